@@ -7,7 +7,7 @@ if(NOT MARQUETRY_SOX)
 endif()
 
 set(MARQUETRY_TEST_LOOPS_DIR ${PROJECT_BINARY_DIR}/test-loops)
-set(_loops amen_s16 amen_s24 amen_s32 amen_f32 amen_mono_s16 breakbeat_s16 amen_10s_s16)
+set(_loops amen_s16 amen_s24 amen_s32 amen_f32 amen_mono_s16 breakbeat_s16 hits_mono_s16 amen_10s_s16)
 list(TRANSFORM _loops PREPEND ${MARQUETRY_TEST_LOOPS_DIR}/)
 list(TRANSFORM _loops APPEND .wav)
 add_custom_command(

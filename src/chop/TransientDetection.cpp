@@ -65,20 +65,28 @@ Boundaries buildTransientBoundaries(const audio::WavData& wav, std::int64_t slic
             candidates.push_back({f, rise});
         previous = amplitude;
     }
-    // Highest score first; equal scores keep ascending frame order. Frames are
-    // unique, so this total order gives what a stable sort by score would.
-    std::sort(candidates.begin(), candidates.end(), [](const Candidate& a, const Candidate& b) {
-        return a.score > b.score || (a.score == b.score && a.frame < b.frame);
-    });
 
     const FrameCount minSpacing = std::max<FrameCount>(totalFrames / (2 * sliceCount), 32);
     Picks picks(static_cast<std::size_t>(sliceCount));
     picks.add(0);
-    for (const Candidate& candidate : candidates) {
-        if (picks.size() >= sliceCount)
-            break;
-        if (picks.isClear(candidate.frame, minSpacing))
-            picks.add(candidate.frame);
+
+    // Highest score first; equal scores keep ascending frame order. Frames are
+    // unique, so this total order ranks exactly as a stable sort by score.
+    // The picks usually fill long before the ranking runs out, so rank in
+    // growing chunks instead of sorting every rise of the loop.
+    const auto ranksHigher = [](const Candidate& a, const Candidate& b) {
+        return a.score > b.score || (a.score == b.score && a.frame < b.frame);
+    };
+    auto unranked = candidates.begin();
+    for (std::ptrdiff_t chunk = 4 * sliceCount + 256; unranked != candidates.end() && picks.size() < sliceCount;
+         chunk *= 4) {
+        const auto chunkEnd = unranked + std::min(chunk, candidates.end() - unranked);
+        std::nth_element(unranked, chunkEnd - 1, candidates.end(), ranksHigher);
+        std::sort(unranked, chunkEnd, ranksHigher);
+        for (; unranked != chunkEnd && picks.size() < sliceCount; ++unranked) {
+            if (picks.isClear(unranked->frame, minSpacing))
+                picks.add(unranked->frame);
+        }
     }
 
     const FrameCount step = std::max<FrameCount>(totalFrames / sliceCount, 1);
