@@ -1,0 +1,369 @@
+#include "model/AppModel.hpp"
+
+#include "audio/WaveformEnvelope.hpp"
+#include "audio/WavReader.hpp"
+#include "audio/WavWriter.hpp"
+#include "model/FileSystem.hpp"
+#include "model/UnicodeOrder.hpp"
+
+#include <algorithm>
+#include <exception>
+
+namespace marquetry::model {
+namespace {
+
+constexpr std::int64_t envelopePoints = 1000;
+
+bool hasWavExtension(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string::npos || name.size() - dot != 4)
+        return false;
+    std::string extension = name.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
+    return extension == "wav";
+}
+
+std::string joinPath(const std::string& folder, const std::string& name) {
+    return pathText(pathFromText(folder) / pathFromText(name));
+}
+
+} // namespace
+
+void ensureDirectoryExists(const std::string& path, const std::string& homeFolder) {
+    try {
+        createFolder(expandTilde(path, homeFolder));
+    } catch (const std::exception&) {
+        // Reported later by whoever needs the folder.
+    }
+}
+
+AppModel::AppModel(Platform platform)
+    : platform_(std::move(platform)),
+      preview_(platform_.audioPlayers, platform_.timers, [this](playback::PreviewSession::Change change) {
+          notify(change == playback::PreviewSession::Change::playingTarget ? Field::playingTarget
+                                                                           : Field::playbackProgress);
+      }) {
+    sourceDir_ = platform_.settings.string(sourceDirKey).value_or(expanded(defaultSourceDir));
+    outputDir_ = platform_.settings.string(outputDirKey).value_or(expanded(defaultOutputDir));
+    ensureDirectoryExists(sourceDir_, platform_.homeFolder);
+    ensureDirectoryExists(outputDir_, platform_.homeFolder);
+    refreshFiles();
+}
+
+AppModel::~AppModel() = default;
+
+void AppModel::subscribe(std::function<void(Field)> observer) {
+    observers_.push_back(std::move(observer));
+}
+
+void AppModel::notify(Field which) {
+    for (const auto& observer : observers_)
+        observer(which);
+}
+
+template <typename T>
+void AppModel::write(T& field, T value, Field which) {
+    field = std::move(value);
+    notify(which);
+}
+
+void AppModel::setStatus(std::string text) {
+    write(status_, std::move(text), Field::status);
+}
+
+std::string AppModel::expanded(const std::string& path) const {
+    return expandTilde(path, platform_.homeFolder);
+}
+
+void AppModel::setSourceDir(std::string value) { write(sourceDir_, std::move(value), Field::sourceDir); }
+void AppModel::setOutputDir(std::string value) { write(outputDir_, std::move(value), Field::outputDir); }
+void AppModel::setSlices(std::int64_t value) { write(slices_, value, Field::slices); }
+void AppModel::setVersions(std::int64_t value) { write(versions_, value, Field::versions); }
+void AppModel::setChopModel(chop::ChopModel value) { write(chopModel_, value, Field::chopModel); }
+void AppModel::setMashupMode(bool value) { write(mashupMode_, value, Field::mashupMode); }
+void AppModel::setSeedText(std::string value) { write(seedText_, std::move(value), Field::seedText); }
+void AppModel::setGlitchAmount(double value) { write(glitchAmount_, value, Field::glitchAmount); }
+
+void AppModel::setMasterVolume(double value) {
+    write(masterVolume_, value, Field::masterVolume);
+    preview_.applyVolume(masterVolume_);
+}
+
+void AppModel::setSelectedFile(std::optional<std::string> value) {
+    write(selectedFile_, std::move(value), Field::selectedFile);
+    loadSelectedSourceWaveform();
+}
+
+// Folders and settings -----------------------------------------------------
+
+void AppModel::chooseSourceFolder() {
+    const auto chosen = platform_.folderChooser.chooseFolder({.canCreateFolders = false, .initialFolder = sourceDir_});
+    if (!chosen)
+        return;
+    setSourceDir(*chosen);
+    refreshFiles();
+}
+
+void AppModel::chooseOutputFolder() {
+    const auto chosen =
+        platform_.folderChooser.chooseFolder({.canCreateFolders = true, .initialFolder = expanded(outputDir_)});
+    if (chosen)
+        setOutputDir(*chosen);
+}
+
+void AppModel::saveSourceAsDefault() {
+    setSourceDir(expanded(sourceDir_));
+    ensureDirectoryExists(sourceDir_, platform_.homeFolder);
+    platform_.settings.setString(sourceDirKey, sourceDir_);
+    setStatus("Saved default source folder.");
+}
+
+void AppModel::saveOutputAsDefault() {
+    setOutputDir(expanded(outputDir_));
+    ensureDirectoryExists(outputDir_, platform_.homeFolder);
+    platform_.settings.setString(outputDirKey, outputDir_);
+    setStatus("Saved default output folder.");
+}
+
+void AppModel::showOutputInFinder() {
+    platform_.fileBrowser.openFolder(expanded(outputDir_));
+}
+
+// Source discovery and selection --------------------------------------------
+
+void AppModel::refreshFiles() {
+    setSourceDir(expanded(sourceDir_));
+
+    std::vector<std::string> names;
+    try {
+        names = listFolder(sourceDir_);
+    } catch (const std::exception&) {
+        stopPlayback();
+        write(wavFiles_, {}, Field::wavFiles);
+        setSelectedFile(std::nullopt);
+        write(generatedLoops_, {}, Field::generatedLoops);
+        write(sourceWaveform_, {}, Field::sourceWaveform);
+        write(sourceWavData_, {}, Field::sourceWavData);
+        setStatus("Could not read source folder.");
+        return;
+    }
+
+    std::vector<std::string> files;
+    for (const std::string& name : names)
+        if (hasWavExtension(name))
+            files.push_back(joinPath(sourceDir_, name));
+    sortByFileNameIgnoringCase(files);
+    write(wavFiles_, std::move(files), Field::wavFiles);
+
+    if (selectedFile_ && std::find(wavFiles_.begin(), wavFiles_.end(), *selectedFile_) == wavFiles_.end())
+        setSelectedFile(std::nullopt);
+    if (!selectedFile_)
+        setSelectedFile(wavFiles_.empty() ? std::nullopt : std::optional(wavFiles_.front()));
+    else
+        loadSelectedSourceWaveform();
+
+    if (wavFiles_.empty()) {
+        write(sourceWaveform_, {}, Field::sourceWaveform);
+        write(sourceWavData_, {}, Field::sourceWavData);
+        setStatus("No WAV files found in source folder.");
+    } else {
+        setStatus("Loaded " + std::to_string(wavFiles_.size()) + " WAV file(s).");
+    }
+
+    std::set<std::string> stillListed;
+    for (const std::string& path : mashupSourcePaths_)
+        if (std::find(wavFiles_.begin(), wavFiles_.end(), path) != wavFiles_.end())
+            stillListed.insert(path);
+    write(mashupSourcePaths_, std::move(stillListed), Field::mashupSourcePaths);
+}
+
+void AppModel::selectFile(const std::optional<std::string>& path) {
+    std::optional<std::string> match;
+    if (path && std::find(wavFiles_.begin(), wavFiles_.end(), *path) != wavFiles_.end())
+        match = *path;
+    setSelectedFile(std::move(match));
+}
+
+void AppModel::loadSelectedSourceWaveform() {
+    stopPlayback();
+    if (!selectedFile_) {
+        write(sourceWaveform_, {}, Field::sourceWaveform);
+        write(sourceWavData_, {}, Field::sourceWavData);
+        write(generatedLoops_, {}, Field::generatedLoops);
+        return;
+    }
+    try {
+        audio::WavData wav = audio::loadWav(*selectedFile_);
+        std::vector<double> envelope = audio::waveformEnvelope(wav, envelopePoints);
+        write(sourceWavData_, std::optional(std::move(wav)), Field::sourceWavData);
+        write(sourceWaveform_, std::move(envelope), Field::sourceWaveform);
+        write(generatedLoops_, {}, Field::generatedLoops);
+        setStatus("Loaded source: " + fileName(*selectedFile_));
+    } catch (const std::exception& error) {
+        write(sourceWaveform_, {}, Field::sourceWaveform);
+        write(sourceWavData_, {}, Field::sourceWavData);
+        write(generatedLoops_, {}, Field::generatedLoops);
+        setStatus(std::string("Error loading source: ") + error.what());
+    }
+}
+
+void AppModel::toggleMashupMembership(const std::string& file, bool include) {
+    std::set<std::string> paths = mashupSourcePaths_;
+    if (include)
+        paths.insert(file);
+    else
+        paths.erase(file);
+    write(mashupSourcePaths_, std::move(paths), Field::mashupSourcePaths);
+}
+
+// Generation ----------------------------------------------------------------
+
+void AppModel::generate() {
+    if (isGenerating_)
+        return;
+    if (!selectedFile_) {
+        setStatus("Select a source loop first.");
+        return;
+    }
+    if (slices_ < 4 || versions_ < 1) {
+        setStatus("Slices must be >= 4 and versions >= 1.");
+        return;
+    }
+    write(isGenerating_, true, Field::isGenerating);
+    stopPlayback();
+    setStatus("Generating previews...");
+
+    GenerationRequest request{
+        .seedText = seedText_,
+        .mashupMode = mashupMode_,
+        .checkedPaths = mashupSourcePaths_,
+        .selectedPath = *selectedFile_,
+        .sliceCount = slices_,
+        .chopModel = chopModel_,
+        .variationCount = versions_,
+        .glitchAmount = glitchAmount_,
+    };
+    platform_.tasks.runInBackground([request = std::move(request), unixSeconds = platform_.unixSeconds,
+                                     randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
+                                     model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
+        // Exactly one hand-back, whatever happens; only it touches the model.
+        std::function<void()> back;
+        try {
+            auto result = std::make_shared<GenerationResult>(runGeneration(request, unixSeconds, randomUuid));
+            const std::string summary = "Generated " + std::to_string(result->loops.size()) + " preview loop(s) "
+                                        + (request.mashupMode ? "from " + std::to_string(result->sourceCount)
+                                                                    + " source files"
+                                                              : std::string("from 1 source file"))
+                                        + " using " + std::string(chop::label(request.chopModel)) + " chop model.";
+            back = [model, alive, result, summary] {
+                if (alive.lock())
+                    model->handBack(std::move(*result), summary);
+            };
+        } catch (const std::exception& error) {
+            back = [model, alive, message = std::string("Error: ") + error.what()] {
+                if (alive.lock())
+                    model->handBackError(message);
+            };
+        }
+        tasks.runOnMain(std::move(back));
+    });
+}
+
+void AppModel::handBack(GenerationResult result, std::string summary) {
+    write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
+    write(generatedLoops_, std::move(result.loops), Field::generatedLoops);
+    setStatus(std::move(summary));
+    write(isGenerating_, false, Field::isGenerating);
+}
+
+void AppModel::handBackError(std::string message) {
+    setStatus(std::move(message));
+    write(isGenerating_, false, Field::isGenerating);
+}
+
+// Export --------------------------------------------------------------------
+
+void AppModel::exportSelected() {
+    if (!sourceWavData_) {
+        setStatus("Load a source loop first.");
+        return;
+    }
+    std::vector<const GeneratedLoop*> selected;
+    for (const GeneratedLoop& loop : generatedLoops_)
+        if (loop.isSelected)
+            selected.push_back(&loop);
+    if (selected.empty()) {
+        setStatus("No generated loops selected for export.");
+        return;
+    }
+    setOutputDir(expanded(outputDir_));
+    try {
+        createFolder(outputDir_);
+        for (const GeneratedLoop* loop : selected)
+            writeFileAtomically(joinPath(outputDir_, loop->name),
+                                audio::buildWavFileData(*sourceWavData_, loop->pcmData));
+    } catch (const std::exception& error) {
+        setStatus(std::string("Export failed: ") + error.what());
+        return;
+    }
+    setStatus("Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_);
+}
+
+void AppModel::toggleSelection(const playback::Uuid& id, bool isSelected) {
+    const auto loop = std::find_if(generatedLoops_.begin(), generatedLoops_.end(),
+                                   [&](const GeneratedLoop& candidate) { return candidate.id == id; });
+    if (loop == generatedLoops_.end())
+        return;
+    loop->isSelected = isSelected;
+    notify(Field::generatedLoops);
+}
+
+// Preview -------------------------------------------------------------------
+
+void AppModel::togglePlayback(const GeneratedLoop& loop) {
+    const auto target = playback::PlaybackTarget::generated(loop.id);
+    if (playingTarget() == target) {
+        stopPlayback();
+        setStatus("Stopped preview.");
+        return;
+    }
+    if (!sourceWavData_) {
+        setStatus("Load a source loop first.");
+        return;
+    }
+    // The variation plays with the header of the source loaded now.
+    startPreview(target, loop.pcmData, "Playing " + loop.name + " (looping). Click again to stop.");
+}
+
+void AppModel::toggleSourcePlayback() {
+    if (!sourceWavData_) {
+        setStatus("Load a source loop first.");
+        return;
+    }
+    if (playingTarget() == playback::PlaybackTarget::source()) {
+        stopPlayback();
+        setStatus("Stopped source preview.");
+        return;
+    }
+    startPreview(playback::PlaybackTarget::source(), sourceWavData_->pcmData,
+                 "Playing source loop (looping). Click again to stop.");
+}
+
+void AppModel::startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm,
+                            std::string playingMessage) {
+    std::optional<std::string> failure;
+    try {
+        failure = preview_.play(target, audio::buildWavFileData(*sourceWavData_, pcm), masterVolume_);
+    } catch (const std::exception& error) {
+        stopPlayback();
+        failure = error.what();
+    }
+    setStatus(failure ? "Playback failed: " + *failure : std::move(playingMessage));
+}
+
+void AppModel::stopPlayback() {
+    preview_.stop();
+}
+
+} // namespace marquetry::model

@@ -1,0 +1,152 @@
+#pragma once
+
+#include "audio/WavData.hpp"
+#include "chop/ChopModel.hpp"
+#include "model/GeneratedLoop.hpp"
+#include "model/Generation.hpp"
+#include "model/Platform.hpp"
+#include "playback/PreviewSession.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace marquetry::model {
+
+/// The state behind the main window and every operation on it. The window
+/// reads the fields, writes the settings it shows, and calls the operations;
+/// each write of a field tells the observers which one changed.
+///
+/// Main thread only: every operation and every field write happens there.
+/// Operations never throw; they report through `status`. Generation is the
+/// one piece of work done elsewhere, on its own copy of the request.
+class AppModel {
+public:
+    enum class Field {
+        sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
+        mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
+        sourceWavData, generatedLoops, playingTarget, playbackProgress,
+    };
+
+    static constexpr const char* sourceDirKey = "marquetry.defaultSourceDir";
+    static constexpr const char* outputDirKey = "marquetry.defaultOutputDir";
+    static constexpr const char* defaultSourceDir = "~/Music/Marquetry/Source";
+    static constexpr const char* defaultOutputDir = "~/Music/Marquetry/Output";
+
+    /// Restores the folders from the settings (or the defaults), creates
+    /// them, and scans the source folder, selecting and decoding its first
+    /// loop.
+    explicit AppModel(Platform platform);
+    ~AppModel();
+
+    AppModel(const AppModel&) = delete;
+    AppModel& operator=(const AppModel&) = delete;
+
+    /// Called after every write of a field, with the field written.
+    void subscribe(std::function<void(Field)> observer);
+
+    // Fields.
+    const std::string& sourceDir() const { return sourceDir_; }
+    const std::string& outputDir() const { return outputDir_; }
+    const std::vector<std::string>& wavFiles() const { return wavFiles_; }
+    const std::optional<std::string>& selectedFile() const { return selectedFile_; }
+    std::int64_t slices() const { return slices_; }
+    std::int64_t versions() const { return versions_; }
+    chop::ChopModel chopModel() const { return chopModel_; }
+    bool mashupMode() const { return mashupMode_; }
+    const std::set<std::string>& mashupSourcePaths() const { return mashupSourcePaths_; }
+    const std::string& seedText() const { return seedText_; }
+    double glitchAmount() const { return glitchAmount_; }
+    double masterVolume() const { return masterVolume_; }
+    const std::string& status() const { return status_; }
+    bool isGenerating() const { return isGenerating_; }
+    const std::vector<double>& sourceWaveform() const { return sourceWaveform_; }
+    const std::optional<audio::WavData>& sourceWavData() const { return sourceWavData_; }
+    const std::vector<GeneratedLoop>& generatedLoops() const { return generatedLoops_; }
+    const std::optional<playback::PlaybackTarget>& playingTarget() const { return preview_.playingTarget(); }
+    const std::optional<double>& playbackProgress() const { return preview_.playbackProgress(); }
+
+    // Writes the window makes from its controls; none has a side effect
+    // beyond the two noted.
+    void setSourceDir(std::string value);
+    void setOutputDir(std::string value);
+    void setSlices(std::int64_t value);
+    void setVersions(std::int64_t value);
+    void setChopModel(chop::ChopModel value);
+    void setMashupMode(bool value);
+    void setSeedText(std::string value);
+    void setGlitchAmount(double value);
+    /// Also applies the volume to the playing preview at once.
+    void setMasterVolume(double value);
+    /// Also reloads the selection, even when it is unchanged.
+    void setSelectedFile(std::optional<std::string> value);
+
+    // Folders and settings.
+    void chooseSourceFolder();
+    void chooseOutputFolder();
+    void saveSourceAsDefault();
+    void saveOutputAsDefault();
+    void showOutputInFinder();
+
+    // Source discovery and selection.
+    void refreshFiles();
+    void selectFile(const std::optional<std::string>& path);
+    void loadSelectedSourceWaveform();
+    void toggleMashupMembership(const std::string& file, bool include);
+
+    // Generation and export.
+    void generate();
+    void exportSelected();
+    void toggleSelection(const playback::Uuid& id, bool isSelected);
+
+    // Preview.
+    void togglePlayback(const GeneratedLoop& loop);
+    void toggleSourcePlayback();
+    void stopPlayback();
+
+private:
+    template <typename T>
+    void write(T& field, T value, Field which);
+    void notify(Field which);
+    void setStatus(std::string text);
+    void handBack(GenerationResult result, std::string summary);
+    void handBackError(std::string message);
+    void startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm, std::string playingMessage);
+    std::string expanded(const std::string& path) const;
+
+    Platform platform_;
+    std::vector<std::function<void(Field)>> observers_;
+
+    std::string sourceDir_;
+    std::string outputDir_;
+    std::vector<std::string> wavFiles_;
+    std::optional<std::string> selectedFile_;
+    std::int64_t slices_ = 16;
+    std::int64_t versions_ = 10;
+    chop::ChopModel chopModel_ = chop::ChopModel::grid;
+    bool mashupMode_ = false;
+    std::set<std::string> mashupSourcePaths_;
+    std::string seedText_;
+    double glitchAmount_ = 0.55;
+    double masterVolume_ = 0.85;
+    std::string status_ = "Ready";
+    bool isGenerating_ = false;
+    std::vector<double> sourceWaveform_;
+    std::optional<audio::WavData> sourceWavData_;
+    std::vector<GeneratedLoop> generatedLoops_;
+    playback::PreviewSession preview_;
+
+    // Hand-backs queued by a run check this before touching a model that the
+    // window may have closed meanwhile; both run on the main thread.
+    std::shared_ptr<char> lifetime_ = std::make_shared<char>();
+};
+
+/// Creates `path` (tilde expanded against `homeFolder`) with its parents,
+/// ignoring every failure: a missing folder shows up later, when it is read.
+void ensureDirectoryExists(const std::string& path, const std::string& homeFolder);
+
+} // namespace marquetry::model

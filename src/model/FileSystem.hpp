@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace marquetry::model {
+
+/// Paths travel through the model as UTF-8 text; these convert at the
+/// boundary to the file system, whatever the platform's native encoding.
+std::filesystem::path pathFromText(const std::string& text);
+std::string pathText(const std::filesystem::path& path);
+
+/// The last component of a path written with '/' (or '\\' on Windows).
+std::string fileName(const std::string& path);
+
+/// `path` with a leading "~" component replaced by `homeFolder`; any other
+/// text ("~user", "a/~") comes back unchanged.
+std::string expandTilde(const std::string& path, const std::string& homeFolder);
+
+/// The names of the entries of one folder level, hidden ones included, in
+/// the order the system lists them. Throws std::system_error when the folder
+/// cannot be listed.
+std::vector<std::string> listFolder(const std::string& folder);
+
+/// Creates `folder` with any missing parents; an existing folder is fine.
+/// Throws std::system_error with the operating system's description.
+void createFolder(const std::string& folder);
+
+/// Replaces the file at `path` whole with `bytes`: they go to a temporary file
+/// in the same folder, which is flushed to disk and renamed over the target,
+/// so a failure leaves neither a partial file nor a damaged old one. Throws
+/// std::system_error with the operating system's description.
+void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
+
+} // namespace marquetry::model
