@@ -20,10 +20,10 @@ std::int16_t readSample16(const std::uint8_t* p) {
     return static_cast<std::int16_t>(static_cast<std::uint16_t>(p[0] | (p[1] << 8)));
 }
 
-void appendSample16(Bytes& out, std::int16_t sample) {
+void writeSample16(std::uint8_t* p, std::int16_t sample) {
     const auto bits = static_cast<std::uint16_t>(sample);
-    out.push_back(static_cast<std::uint8_t>(bits & 0xFF));
-    out.push_back(static_cast<std::uint8_t>(bits >> 8));
+    p[0] = static_cast<std::uint8_t>(bits & 0xFF);
+    p[1] = static_cast<std::uint8_t>(bits >> 8);
 }
 
 // Number of whole frames in `slice`, 0 for a frame size below one byte.
@@ -128,8 +128,8 @@ Bytes pitchShiftPCM16Interleaved(std::span<const std::uint8_t> slice, std::int64
     const std::size_t outFrames = std::max<std::size_t>(1, static_cast<std::size_t>(outFramesExact));
     const std::size_t lastFrame = frames - 1;
 
-    Bytes out;
-    out.reserve(outFrames * bytesPerFrame);
+    Bytes out(outFrames * bytesPerFrame);
+    std::uint8_t* write = out.data();
     for (std::size_t i = 0; i < outFrames; ++i) {
         const double position = static_cast<double>(i) * ratio;
         // The tail of a lengthened slice reaches past the last frame and holds
@@ -143,7 +143,8 @@ Bytes pitchShiftPCM16Interleaved(std::span<const std::uint8_t> slice, std::int64
             const double s0 = readSample16(frame0 + 2 * c);
             const double s1 = readSample16(frame1 + 2 * c);
             const double value = std::clamp(s0 + frac * (s1 - s0), -32768.0, 32767.0);
-            appendSample16(out, static_cast<std::int16_t>(std::lround(value)));
+            writeSample16(write, static_cast<std::int16_t>(std::lround(value)));
+            write += 2;
         }
     }
     return out;

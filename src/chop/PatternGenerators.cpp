@@ -76,13 +76,13 @@ Pattern generatePatternGridLike(std::int64_t sliceCount, SeededGenerator& rng) {
             if (section < 3)
                 candidates[candidateCount++] = section + 1;
             section = rng.randomElement(std::span<const std::int64_t>(candidates.data(), candidateCount));
+            // With fewer than four slices the upper sections fall back onto the last slice.
+            const std::int64_t start = std::min(section * sectionLength, n - 1);
+            const std::int64_t end = std::min(start + sectionLength, n);
+            sectionSlices.clear();
+            for (std::int64_t slice = start; slice < end; ++slice)
+                sectionSlices.push_back(slice);
         }
-        // With fewer than four slices the upper sections fall back onto the last slice.
-        const std::int64_t start = std::min(section * sectionLength, n - 1);
-        const std::int64_t end = std::min(start + sectionLength, n);
-        sectionSlices.clear();
-        for (std::int64_t slice = start; slice < end; ++slice)
-            sectionSlices.push_back(slice);
 
         if (unitDraw(rng) < 0.2)
             pattern.push_back(drawBelow(n, rng));
