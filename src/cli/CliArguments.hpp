@@ -1,0 +1,57 @@
+#pragma once
+
+#include "chop/ChopModel.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace marquetry::cli {
+
+/// Exit statuses of the program.
+inline constexpr int exitSuccess = 0;
+inline constexpr int exitFailure = 1; ///< the model refused the request or the run failed
+inline constexpr int exitUsage = 2;   ///< the command line itself is wrong
+
+/// A `generate` request as typed. Settings left out stay none, so that the
+/// model's own defaults apply; values are not range-checked, because the
+/// model's checks and messages decide what it accepts.
+struct GenerateOptions {
+    /// Absolute and lexically normal, so it equals the model's scanned entry.
+    std::string sourceFile;
+    /// Same form as `sourceFile`, each in its folder; Mashup Mode is on
+    /// exactly when this is not empty.
+    std::vector<std::string> mashupFiles;
+    std::optional<std::int64_t> slices;
+    std::optional<std::int64_t> variations;
+    std::optional<chop::ChopModel> chopModel;
+    std::optional<std::string> seedText;
+    std::optional<double> glitchAmount;
+    /// As typed: the model expands a leading tilde itself.
+    std::string outputDir;
+    /// Variation numbers (from 1) that stay ticked, ascending, no repeats;
+    /// empty means all.
+    std::vector<std::int64_t> picks;
+};
+
+struct CliArguments {
+    enum class Command { help, version, generate };
+    Command command = Command::help;
+    GenerateOptions generate;
+};
+
+/// Parses the arguments that follow the program name. Returns the request,
+/// or a one-line message saying what is wrong. Reads the working folder to
+/// make paths absolute; touches nothing else.
+std::variant<CliArguments, std::string> parseArguments(const std::vector<std::string>& arguments);
+
+/// The usage text, ending in a newline.
+std::string usageText();
+
+/// Writes "marquetry-cli: <message>" and the usage to `err`; returns exitUsage.
+int reportUsageError(std::ostream& err, const std::string& message);
+
+} // namespace marquetry::cli

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "cli/CliArguments.hpp"
+
+#include <ostream>
+
+namespace marquetry::cli {
+
+/// Drives one Generate and Export Selected through the application model on
+/// a headless platform. Every status line from the start of generation on
+/// goes to `out`; when nothing gets exported, the last one also goes to
+/// `err`. Returns exitSuccess after an export, exitFailure when the model
+/// refuses or fails, exitUsage for a request that cannot be started at all.
+/// Creates no folder other than the export's.
+int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err);
+
+} // namespace marquetry::cli
