@@ -244,6 +244,15 @@ void AppModel::generate() {
         .variationCount = versions_,
         .glitchAmount = glitchAmount_,
     };
+    // A worker that cannot start must not leave the model busy for good.
+    try {
+        startGeneration(std::move(request));
+    } catch (const std::exception& error) {
+        handBackError(std::string("Error: ") + error.what());
+    }
+}
+
+void AppModel::startGeneration(GenerationRequest request) {
     platform_.tasks.runInBackground([request = std::move(request), unixSeconds = platform_.unixSeconds,
                                      randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
@@ -356,10 +365,16 @@ void AppModel::startPreview(const playback::PlaybackTarget& target, const audio:
     try {
         failure = preview_.play(target, audio::buildWavFileData(*sourceWavData_, pcm), masterVolume_);
     } catch (const std::exception& error) {
-        stopPlayback();
         failure = error.what();
     }
-    setStatus(failure ? "Playback failed: " + *failure : std::move(playingMessage));
+    if (!failure) {
+        setStatus(std::move(playingMessage));
+        return;
+    }
+    // The message first, then the stop, so observers see the failure reported
+    // before the playback fields are cleared once more.
+    setStatus("Playback failed: " + *failure);
+    stopPlayback();
 }
 
 void AppModel::stopPlayback() {

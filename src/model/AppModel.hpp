@@ -113,6 +113,7 @@ private:
     void write(T& field, T value, Field which);
     void notify(Field which);
     void setStatus(std::string text);
+    void startGeneration(GenerationRequest request);
     void handBack(GenerationResult result, std::string summary);
     void handBackError(std::string message);
     void startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm, std::string playingMessage);

@@ -20,7 +20,7 @@ std::optional<std::string> PreviewSession::play(const PlaybackTarget& target, co
     try {
         audioPlayer_ = players_.createPlayer(wavImage);
     } catch (const std::exception& error) {
-        stop();
+        // Still Idle: the stream was stopped above and no player was stored.
         return std::string(error.what());
     }
     audioPlayer_->setNumberOfLoops(-1);

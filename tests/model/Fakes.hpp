@@ -1,0 +1,153 @@
+#pragma once
+
+// The platform as the model's tests see it: in-memory settings, scripted
+// dialogs, a task queue the test runs step by step, recording players and
+// timers, a fixed clock and counting uuids. Files are real, under a
+// temporary home folder.
+
+#include "../playback/FakeAudioOutput.hpp"
+#include "audio/WavReader.hpp"
+#include "model/AppModel.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <ostream>
+
+namespace marquetry::model {
+inline void PrintTo(AppModel::Field field, std::ostream* out) {
+    static constexpr const char* names[] = {
+        "sourceDir", "outputDir", "wavFiles", "selectedFile", "slices", "versions", "chopModel", "mashupMode",
+        "mashupSourcePaths", "seedText", "glitchAmount", "masterVolume", "status", "isGenerating", "sourceWaveform",
+        "sourceWavData", "generatedLoops", "playingTarget", "playbackProgress"};
+    *out << names[static_cast<int>(field)];
+}
+} // namespace marquetry::model
+
+namespace marquetry::model::test {
+
+namespace fs = std::filesystem;
+using Field = AppModel::Field;
+
+struct FakeSettings : SettingsStore {
+    std::map<std::string, std::string> values;
+    std::optional<std::string> string(const std::string& key) const override {
+        return values.contains(key) ? std::optional(values.at(key)) : std::nullopt;
+    }
+    void setString(const std::string& key, const std::string& value) override { values[key] = value; }
+};
+
+struct FakeFolderChooser : FolderChooser {
+    std::optional<std::string> answer;
+    std::vector<Options> asked;
+    std::optional<std::string> chooseFolder(const Options& options) override {
+        asked.push_back(options);
+        return answer;
+    }
+};
+
+struct FakeFileBrowser : FileBrowser {
+    std::vector<std::string> opened;
+    bool openFolder(const std::string& path) override {
+        opened.push_back(path);
+        return true;
+    }
+};
+
+/// Nothing runs on its own: the test plays the worker and the main loop.
+struct FakeTaskRunner : TaskRunner {
+    std::deque<std::function<void()>> background, main;
+    void runInBackground(std::function<void()> work) override { background.push_back(std::move(work)); }
+    void runOnMain(std::function<void()> work) override { main.push_back(std::move(work)); }
+    static bool runFirst(std::deque<std::function<void()>>& queue) {
+        if (queue.empty())
+            return false;
+        auto work = std::move(queue.front());
+        queue.pop_front();
+        work();
+        return true;
+    }
+    bool runBackground() { return runFirst(background); }
+    bool runMain() { return runFirst(main); }
+    void drain() {
+        while (runBackground() || runMain()) {
+        }
+    }
+};
+
+inline playback::Uuid uuidNumber(int n) {
+    playback::Uuid id{};
+    id[14] = static_cast<std::uint8_t>(n >> 8);
+    id[15] = static_cast<std::uint8_t>(n);
+    return id;
+}
+
+inline std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class ModelTest : public ::testing::Test {
+protected:
+    static constexpr std::int64_t now = 1'700'000'000;
+
+    ModelTest() {
+        std::string pattern = (fs::temp_directory_path() / "marquetry-home-XXXXXX").string();
+        home = ::mkdtemp(pattern.data());
+        // A path that escapes tilde expansion lands here, not in the checkout.
+        fs::current_path(home);
+    }
+    ~ModelTest() override {
+        model.reset();
+        fs::current_path(workingFolder);
+        fs::remove_all(home);
+    }
+
+    std::string sourceFolder() const { return home + "/Music/Marquetry/Source"; }
+    std::string outputFolder() const { return home + "/Music/Marquetry/Output"; }
+
+    /// Writes `folder`/`name` (the source folder by default) and returns its path.
+    std::string addFile(const std::string& name, const audio::Bytes& bytes, std::string folder = {}) {
+        folder = folder.empty() ? sourceFolder() : folder;
+        fs::create_directories(folder);
+        std::ofstream(folder + "/" + name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return folder + "/" + name;
+    }
+    /// One of the drum breaks the build converts, under a test's own name.
+    std::string addLoop(const std::string& name, const std::string& loop = "amen_s16.wav", std::string folder = {}) {
+        return addFile(name, audio::readWholeFile(std::string(MARQUETRY_TEST_LOOPS_DIR) + "/" + loop), folder);
+    }
+
+    AppModel& start() {
+        model = std::make_unique<AppModel>(Platform{settings, chooser, browser, tasks, players, timers, home,
+                                                    [] { return now; }, [this] { return uuidNumber(++uuids); }});
+        model->subscribe([this](Field field) { changes.push_back(field); });
+        return *model;
+    }
+    void generate() {
+        model->generate();
+        tasks.drain();
+    }
+
+    FakeSettings settings;
+    FakeFolderChooser chooser;
+    FakeFileBrowser browser;
+    FakeTaskRunner tasks;
+    playback::test::FakeAudioPlayerFactory players;
+    playback::test::FakeTimerFactory timers;
+    const fs::path workingFolder = fs::current_path();
+    std::string home;
+    int uuids = 0;
+    std::vector<Field> changes;
+    std::unique_ptr<AppModel> model;
+};
+
+} // namespace marquetry::model::test
