@@ -1,0 +1,275 @@
+// Generation, export, scanning and onset detection through the product's own
+// paths, each beside a baseline measured in the same run: a memcpy of the
+// bytes a run produces, plain writes of the files export writes, a bare
+// listing of the folder a scan reads, and a peer onset detector on the same
+// loop.
+
+#include "audio/WavReader.hpp"
+#include "audio/WavWriter.hpp"
+#include "chop/TransientDetection.hpp"
+#include "model/AppModel.hpp"
+#include "model/FileSystem.hpp"
+#include "model/Generation.hpp"
+
+#include <aubio/aubio.h>
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <iostream>
+#include <map>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace marquetry;
+namespace fs = std::filesystem;
+
+const std::string loopPath = MARQUETRY_TEST_LOOPS_DIR "/amen_10s_s16.wav";
+constexpr std::int64_t slices = 128;
+constexpr std::int64_t variations = 100;
+constexpr int scannedFiles = 10'000;
+
+model::GenerationRequest gridRequest() {
+    model::GenerationRequest request;
+    request.seedText = "1";
+    request.selectedPath = loopPath;
+    request.sliceCount = slices;
+    request.variationCount = variations;
+    return request;
+}
+
+std::int64_t unixSeconds() { return 1'700'000'000; }
+playback::Uuid counterUuid() {
+    static std::uint8_t counter = 0;
+    return {++counter};
+}
+
+std::int64_t outputBytes(const model::GenerationResult& result) {
+    std::int64_t bytes = 0;
+    for (const auto& loop : result.loops)
+        bytes += std::ssize(loop.pcmData);
+    return bytes;
+}
+
+// A model on this process's own thread: background work runs at once and
+// hand-backs run when drained, as the event loop would run them.
+struct Platform final : model::SettingsStore, model::FolderChooser, model::FileBrowser, model::TaskRunner,
+                        playback::AudioPlayerFactory, playback::TimerFactory {
+    std::map<std::string, std::string> values;
+    std::deque<std::function<void()>> mainQueue;
+
+    std::optional<std::string> string(const std::string& key) const override {
+        const auto it = values.find(key);
+        return it == values.end() ? std::nullopt : std::optional(it->second);
+    }
+    void setString(const std::string& key, const std::string& value) override { values[key] = value; }
+    std::optional<std::string> chooseFolder(const Options&) override { return std::nullopt; }
+    bool openFolder(const std::string&) override { return false; }
+    void runInBackground(std::function<void()> work) override { work(); }
+    void runOnMain(std::function<void()> work) override { mainQueue.push_back(std::move(work)); }
+    std::unique_ptr<playback::AudioPlayer> createPlayer(const audio::Bytes&) override {
+        throw std::runtime_error("no audio in benchmarks");
+    }
+    std::unique_ptr<playback::RepeatingTimer> startRepeating(double, std::function<void()>) override {
+        return nullptr;
+    }
+    void drain() {
+        while (!mainQueue.empty()) {
+            auto work = std::move(mainQueue.front());
+            mainQueue.pop_front();
+            work();
+        }
+    }
+    model::Platform forModel() {
+        return {*this, *this, *this, *this, *this, *this, "/nonexistent-home", unixSeconds, counterUuid};
+    }
+};
+
+struct ScratchFolder {
+    fs::path path = fs::temp_directory_path() / ("marquetry-bench-" + std::to_string(::getpid()));
+    ScratchFolder() { fs::create_directories(path); }
+    ~ScratchFolder() { fs::remove_all(path); }
+};
+
+void memcpyBaseline(benchmark::State& state) {
+    const auto bytes = static_cast<std::size_t>(state.range(0));
+    const audio::Bytes source(bytes, 0x5A);
+    audio::Bytes target(bytes);
+    for (auto _ : state) {
+        std::memcpy(target.data(), source.data(), bytes);
+        benchmark::DoNotOptimize(target.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void generation(benchmark::State& state) {
+    std::int64_t bytes = 0;
+    for (auto _ : state) {
+        const auto result = model::runGeneration(gridRequest(), unixSeconds, counterUuid);
+        bytes = outputBytes(result);
+        benchmark::DoNotOptimize(result.loops.data());
+    }
+    state.SetBytesProcessed(state.iterations() * bytes);
+}
+
+void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder) {
+    app.setOutputDir(folder);
+    for (auto _ : state) {
+        app.exportSelected();
+        if (!app.status().starts_with("Exported ")) {
+            state.SkipWithError(app.status().c_str());
+            break;
+        }
+    }
+}
+
+// The same files, same names and bytes, written with fopen/fwrite/fclose and
+// nothing to make them durable.
+void plainWrites(benchmark::State& state, const model::AppModel& app, const std::string& folder) {
+    std::vector<std::pair<std::string, audio::Bytes>> files;
+    for (const auto& loop : app.generatedLoops())
+        files.emplace_back(folder + "/" + loop.name, audio::buildWavFileData(*app.sourceWavData(), loop.pcmData));
+    for (auto _ : state) {
+        for (const auto& [path, bytes] : files) {
+            std::FILE* file = std::fopen(path.c_str(), "wb");
+            if (file == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+                state.SkipWithError("plain write failed");
+                return;
+            }
+            std::fclose(file);
+        }
+    }
+}
+
+void scan(benchmark::State& state, model::AppModel& app) {
+    for (auto _ : state) {
+        app.refreshFiles();
+        benchmark::DoNotOptimize(app.wavFiles().data());
+    }
+    state.SetItemsProcessed(state.iterations() * std::ssize(app.wavFiles()));
+}
+
+void listing(benchmark::State& state, const std::string& folder) {
+    std::size_t count = 0;
+    for (auto _ : state) {
+        const auto names = model::listFolder(folder);
+        count = names.size();
+        benchmark::DoNotOptimize(names.data());
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(count));
+}
+
+void transientBoundaries(benchmark::State& state, const audio::WavData& wav) {
+    for (auto _ : state) {
+        const auto boundaries = chop::buildTransientBoundaries(wav, 16);
+        benchmark::DoNotOptimize(boundaries.data());
+    }
+    state.SetBytesProcessed(state.iterations() * std::ssize(wav.pcmData));
+}
+
+// The peer's default onset detector (high-frequency content, 512-sample
+// window, 256-sample hop) over the same stereo 16-bit loop, mixed to mono as
+// it needs, conversion included since our detector reads the raw bytes too.
+void aubioOnsets(benchmark::State& state, const audio::WavData& wav) {
+    constexpr uint_t window = 512;
+    constexpr uint_t hop = 256;
+    const auto frames = static_cast<std::size_t>(audio::frameCount(wav.pcmData.size(), wav.blockAlign));
+    std::size_t onsets = 0;
+    for (auto _ : state) {
+        aubio_onset_t* detector = new_aubio_onset("default", window, hop, wav.sampleRate);
+        fvec_t* input = new_fvec(hop);
+        fvec_t* output = new_fvec(1);
+        onsets = 0;
+        for (std::size_t start = 0; start + hop <= frames; start += hop) {
+            for (uint_t i = 0; i < hop; ++i) {
+                std::int16_t left;
+                std::int16_t right;
+                std::memcpy(&left, wav.pcmData.data() + 4 * (start + i), 2);
+                std::memcpy(&right, wav.pcmData.data() + 4 * (start + i) + 2, 2);
+                input->data[i] = static_cast<smpl_t>(left + right) / 65536.0f;
+            }
+            aubio_onset_do(detector, input, output);
+            onsets += output->data[0] != 0 ? 1 : 0;
+        }
+        del_fvec(output);
+        del_fvec(input);
+        del_aubio_onset(detector);
+    }
+    state.counters["onsets"] = static_cast<double>(onsets);
+    state.SetBytesProcessed(state.iterations() * std::ssize(wav.pcmData));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    try {
+        const audio::WavData loop = audio::loadWav(loopPath);
+        const std::int64_t runBytes = outputBytes(model::runGeneration(gridRequest(), unixSeconds, counterUuid));
+
+        benchmark::RegisterBenchmark("BM_Generation/Grid/128slices/100variations", generation)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_MemcpyOutputBytes", memcpyBaseline)
+            ->Arg(runBytes)->Unit(benchmark::kMillisecond);
+
+        // Export: the model holds the 100 variations of the run above.
+        ScratchFolder scratch;
+        Platform platform;
+        platform.values[model::AppModel::sourceDirKey] = fs::path(loopPath).parent_path().string();
+        platform.values[model::AppModel::outputDirKey] = scratch.path.string();
+        model::AppModel app(platform.forModel());
+        app.selectFile(loopPath);
+        app.setSlices(slices);
+        app.setVersions(variations);
+        app.setSeedText("1");
+        app.generate();
+        platform.drain();
+        const std::string exportFolder = (scratch.path / "export").string();
+        const std::string plainFolder = (scratch.path / "plain").string();
+        fs::create_directories(plainFolder);
+        benchmark::RegisterBenchmark("BM_ExportSelected/100files", [&](benchmark::State& s) {
+            exportSelected(s, app, exportFolder);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark("BM_PlainWrites/100files", [&](benchmark::State& s) {
+            plainWrites(s, app, plainFolder);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+
+        // Scanning: a folder of 10,000 small loops.
+        const fs::path scanFolder = scratch.path / "scan";
+        fs::create_directories(scanFolder);
+        audio::WavData tiny = loop;
+        const audio::Bytes image = audio::buildWavFileData(tiny, std::span(loop.pcmData).first(400));
+        for (int i = 0; i < scannedFiles; ++i) {
+            char name[32];
+            std::snprintf(name, sizeof name, "Loop %05d.wav", (i * 7919) % scannedFiles);
+            model::writeFileAtomically((scanFolder / name).string(), image);
+        }
+        Platform scanPlatform;
+        scanPlatform.values[model::AppModel::sourceDirKey] = scanFolder.string();
+        scanPlatform.values[model::AppModel::outputDirKey] = scanFolder.string();
+        model::AppModel scanner(scanPlatform.forModel());
+        benchmark::RegisterBenchmark("BM_Scan/10000files", [&](benchmark::State& s) { scan(s, scanner); })
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_ListFolder/10000files", [&](benchmark::State& s) {
+            listing(s, scanFolder.string());
+        })->Unit(benchmark::kMillisecond);
+
+        benchmark::RegisterBenchmark("BM_TransientBoundaries/16", [&](benchmark::State& s) {
+            transientBoundaries(s, loop);
+        })->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_PeerOnsetDetector", [&](benchmark::State& s) { aubioOnsets(s, loop); })
+            ->Unit(benchmark::kMillisecond);
+
+        benchmark::RunSpecifiedBenchmarks();
+    } catch (const std::exception& error) {
+        std::cerr << "marquetry_model_bench: " << error.what() << '\n';
+        return 1;
+    }
+    benchmark::Shutdown();
+    return 0;
+}
