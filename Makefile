@@ -1,7 +1,7 @@
 # The two commands of the README. Everything else is plain CMake presets:
 # dev (debug, warnings as errors), release, asan (Address- and
-# UndefinedBehaviorSanitizer).
-.PHONY: all deps test run build-% test-% bench clean
+# UndefinedBehaviorSanitizer), fuzz (libFuzzer targets, built with clang).
+.PHONY: all deps test run build-% test-% bench fuzz clean
 
 all: build-dev
 
@@ -21,10 +21,33 @@ test: test-dev test-asan
 bench: build-release
 	build/release/bench/marquetry_bench
 
+# Every libFuzzer target for FUZZ_SECONDS each, on a scratch copy of its seed
+# corpus in build/fuzz/runs/TARGET (the committed corpus stays as it is).
+# A crash leaves its input and log there and makes the whole target fail.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := wav_parser generation
+
+fuzz: build-fuzz
+	@status=0; for t in $(FUZZ_TARGETS); do \
+	  run=build/fuzz/runs/$$t; rm -rf $$run; mkdir -p $$run/corpus; \
+	  cp fuzz/corpus/$$t/* $$run/corpus/; \
+	  echo "fuzz: $$t for $(FUZZ_SECONDS) s, log in $$run/log.txt"; \
+	  if build/fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 \
+	      -timeout=30 -print_final_stats=1 -artifact_prefix=$$run/ $$run/corpus 2>$$run/log.txt; then \
+	    grep -E '^stat::(number_of_executed_units|average_exec_per_sec)' $$run/log.txt; \
+	  else \
+	    status=1; tail -n 40 $$run/log.txt >&2; echo "fuzz: $$t FAILED, input saved in $$run/" >&2; \
+	  fi; \
+	done; exit $$status
+
+# The window in the debug build, on a few real breaks converted into
+# build/dev/demo-loops. --source-dir holds for this launch only: the stored
+# default source folder is left as it is.
 run: deps
-	@echo "make run: the Marquetry window is not part of this build yet;" \
-	      "'make test' builds and tests the engine." >&2
-	@exit 1
+	cmake --preset dev
+	cmake --build --preset dev --target marquetry
+	scripts/make-demo-loops build/dev/demo-loops
+	build/dev/src/ui/marquetry --source-dir build/dev/demo-loops
 
 clean:
 	rm -rf build

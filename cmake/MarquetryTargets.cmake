@@ -17,6 +17,13 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
       -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(marquetry_options INTERFACE -fsanitize=address,undefined)
   endif()
+  if(MARQUETRY_BUILD_FUZZERS)
+    # Coverage feedback for libFuzzer in every engine library; only the fuzz
+    # executables link the fuzzer's own main (fuzz/CMakeLists.txt).
+    target_compile_options(marquetry_options INTERFACE
+      -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(marquetry_options INTERFACE -fsanitize=address,undefined)
+  endif()
 elseif(MSVC)
   target_compile_options(marquetry_options INTERFACE
     /W4 /fp:precise /fp:contract- $<$<BOOL:${MARQUETRY_WARNINGS_AS_ERRORS}>:/WX>)
@@ -40,5 +47,7 @@ function(marquetry_add_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
   include(GoogleTest)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30)
+  # Names carry the cases' own labels; printed parameter values would make
+  # them long and, for structs holding pointers, different on every run.
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 NO_PRETTY_VALUES)
 endfunction()

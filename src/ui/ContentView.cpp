@@ -1,10 +1,635 @@
 #include "ui/ContentView.hpp"
 
+#include "model/FileSystem.hpp"
+#include "ui/AppLogo.hpp"
+#include "ui/GeneratedLoopRow.hpp"
+#include "ui/SourceFileRow.hpp"
+#include "ui/WaveformView.hpp"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSlider>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+
 namespace marquetry::ui {
+namespace {
+
+using playback::PlaybackTarget;
+
+constexpr int sliderSteps = 1000;
+constexpr int pathFieldWidth = 620;
+
+/// A single line of text that elides instead of widening the window when a
+/// long message arrives.
+class StatusLine final : public QLabel {
+public:
+    explicit StatusLine(QWidget* parent) : QLabel(parent) {
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                         fontMetrics().elidedText(text(), Qt::ElideRight, width()));
+    }
+};
+
+void setTextColor(QWidget* widget, const QColor& color) {
+    QPalette palette = widget->palette();
+    palette.setColor(QPalette::WindowText, color);
+    widget->setPalette(palette);
+}
+
+QString percentText(double value) {
+    return QString::number(static_cast<long long>(std::trunc(value * 100))) + QLatin1Char('%');
+}
+
+QHBoxLayout* rowLayout(QWidget* row, int spacing = -1) {
+    auto* layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    if (spacing >= 0)
+        layout->setSpacing(spacing);
+    return layout;
+}
+
+QPushButton* button(const QString& text, const char* name, QWidget* parent) {
+    auto* result = new QPushButton(text, parent);
+    result->setObjectName(QLatin1String(name));
+    return result;
+}
+
+void syncText(QLineEdit* field, const std::string& value) {
+    const QString text = QString::fromStdString(value);
+    if (field->text() == text)
+        return;
+    const QSignalBlocker blocker(field);
+    field->setText(text);
+}
+
+void syncSpinBox(QSpinBox* box, std::int64_t value) {
+    const QSignalBlocker blocker(box);
+    box->setValue(static_cast<int>(std::clamp<std::int64_t>(value, box->minimum(), box->maximum())));
+}
+
+void syncSlider(QSlider* slider, QLabel* valueLabel, double value) {
+    {
+        const QSignalBlocker blocker(slider);
+        slider->setValue(static_cast<int>(std::lround(std::clamp(value, 0.0, 1.0) * sliderSteps)));
+    }
+    valueLabel->setText(percentText(value));
+}
+
+/// The slider and its value label of the Glitch and Master rows.
+QSlider* addFader(QHBoxLayout* row, QLabel*& valueLabel, const char* name, QWidget* parent) {
+    auto* slider = new QSlider(Qt::Horizontal, parent);
+    slider->setObjectName(QLatin1String(name));
+    slider->setRange(0, sliderSteps);
+    slider->setSingleStep(10);
+    slider->setPageStep(100);
+    slider->setMinimumWidth(260);
+    row->addWidget(slider);
+
+    valueLabel = new QLabel(parent);
+    valueLabel->setObjectName(QLatin1String(name) + QLatin1String("Value"));
+    valueLabel->setFont(look::tabularCaptionFont(parent->font()));
+    valueLabel->setFixedWidth(46);
+    valueLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    row->addWidget(valueLabel);
+    return slider;
+}
+
+QLabel* secondaryCaption(const QString& text, const char* name, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setObjectName(QLatin1String(name));
+    label->setFont(look::captionFont(parent->font()));
+    setTextColor(label, look::secondary(label->palette()));
+    return label;
+}
+
+QLabel* heading(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setFont(look::headlineFont(parent->font()));
+    return label;
+}
+
+/// Removes `widget` from its layout at once and deletes it once control is
+/// back in the event loop, since the click that led here may be its own.
+void retire(QWidget* widget) {
+    widget->hide();
+    if (QWidget* parent = widget->parentWidget(); parent && parent->layout())
+        parent->layout()->removeWidget(widget);
+    widget->deleteLater();
+}
+
+} // namespace
 
 ContentView::ContentView(model::Platform platform, QWidget* parent)
-    : QWidget(parent), model_(std::make_unique<model::AppModel>(std::move(platform))) {}
+    : QWidget(parent), homeFolder_(platform.homeFolder),
+      model_(std::make_unique<model::AppModel>(std::move(platform))) {
+    setMinimumSize(1040, 700);
+    layout_ = new QVBoxLayout(this);
+    layout_->setContentsMargins(16, 16, 16, 16);
+    layout_->setSpacing(12);
 
-ContentView::~ContentView() = default;
+    layout_->addWidget(buildHeader());
+    layout_->addWidget(buildSourceRow());
+    layout_->addWidget(generateRow_ = buildGenerateRow());
+    glitchRow_ = buildGlitchRow();
+    glitchRow_->hide();
+    layout_->addWidget(masterRow_ = buildMasterRow());
+    layout_->addWidget(buildPanels(), 1);
+    layout_->addWidget(buildSelectionRow());
+    layout_->addWidget(buildOutputRow());
+
+    model_->subscribe([this](Field field) { redraw(field); });
+    for (const Field field :
+         {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::slices, Field::versions,
+          Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
+          Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
+          Field::playingTarget, Field::playbackProgress})
+        redraw(field);
+}
+
+ContentView::~ContentView() {
+    // The controls go first, while the model their callbacks reach still
+    // exists; the model then ends any stream without telling anyone.
+    qDeleteAll(findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly));
+}
+
+// Layout ----------------------------------------------------------------------
+
+QWidget* ContentView::buildHeader() {
+    auto* header = new QWidget(this);
+    auto* row = rowLayout(header);
+    row->setContentsMargins(0, 2, 0, 2);
+    row->addStretch(1);
+    auto* logo = new QLabel(header);
+    logo->setObjectName(QStringLiteral("logo"));
+    if (const std::optional<QImage> image = appLogoImage(); image && !image->isNull()) {
+        const qreal ratio = devicePixelRatioF();
+        QPixmap pixmap = QPixmap::fromImage(
+            image->scaledToHeight(static_cast<int>(std::lround(120 * ratio)), Qt::SmoothTransformation));
+        pixmap.setDevicePixelRatio(ratio);
+        logo->setPixmap(pixmap);
+    } else {
+        logo->setText(QStringLiteral("Marquetry"));
+        QFont font = logo->font();
+        font.setPointSize(52);
+        font.setBold(true);
+        logo->setFont(font);
+    }
+    row->addWidget(logo);
+    row->addStretch(1);
+    return header;
+}
+
+QWidget* ContentView::buildSourceRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("sourceRow"));
+    auto* row = rowLayout(rowWidget);
+    row->addWidget(new QLabel(QStringLiteral("Source Folder"), rowWidget));
+    sourceField_ = new QLineEdit(rowWidget);
+    sourceField_->setObjectName(QStringLiteral("sourceField"));
+    sourceField_->setMinimumWidth(pathFieldWidth);
+    row->addWidget(sourceField_);
+    auto* choose = button(QStringLiteral("Choose…"), "chooseSourceButton", rowWidget);
+    auto* refresh = button(QStringLiteral("Refresh"), "refreshButton", rowWidget);
+    auto* save = button(QStringLiteral("Save as Default"), "saveSourceButton", rowWidget);
+    row->addWidget(choose);
+    row->addWidget(refresh);
+    row->addWidget(save);
+    row->addStretch(1);
+
+    connect(sourceField_, &QLineEdit::textEdited, this,
+            [this](const QString& text) { model_->setSourceDir(text.toStdString()); });
+    connect(sourceField_, &QLineEdit::returnPressed, this, [this] { model_->refreshFiles(); });
+    connect(choose, &QPushButton::clicked, this, [this] { model_->chooseSourceFolder(); });
+    connect(refresh, &QPushButton::clicked, this, [this] { model_->refreshFiles(); });
+    connect(save, &QPushButton::clicked, this, [this] { model_->saveSourceAsDefault(); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildGenerateRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("generateRow"));
+    auto* row = rowLayout(rowWidget);
+
+    generateButton_ = button(QStringLiteral("Generate"), "generateButton", rowWidget);
+    generateButton_->setFont(look::headlineFont(font()));
+    // Room for the longer title keeps the row from shifting while busy.
+    const QFontMetrics metrics(generateButton_->font());
+    generateButton_->setMinimumSize(metrics.horizontalAdvance(QStringLiteral("Generating...")) + 2 * 24,
+                                    metrics.height() + 2 * 8);
+    row->addWidget(generateButton_);
+
+    slicesBox_ = new QSpinBox(rowWidget);
+    slicesBox_->setObjectName(QStringLiteral("slicesBox"));
+    slicesBox_->setPrefix(QStringLiteral("Slices: "));
+    slicesBox_->setRange(4, 128);
+    row->addWidget(slicesBox_);
+
+    versionsBox_ = new QSpinBox(rowWidget);
+    versionsBox_->setObjectName(QStringLiteral("variationsBox"));
+    versionsBox_->setPrefix(QStringLiteral("Variations: "));
+    versionsBox_->setRange(1, 100);
+    row->addWidget(versionsBox_);
+
+    auto* chopLabel = new QLabel(QStringLiteral("Chop Model"), rowWidget);
+    row->addWidget(chopLabel);
+    chopModelBox_ = new QComboBox(rowWidget);
+    chopModelBox_->setObjectName(QStringLiteral("chopModelBox"));
+    chopLabel->setBuddy(chopModelBox_);
+    for (const chop::ChopModel chopModel : chop::allChopModels) {
+        const std::string_view text = chop::label(chopModel);
+        chopModelBox_->addItem(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
+    }
+    chopModelBox_->setFixedWidth(180);
+    row->addWidget(chopModelBox_);
+
+    mashupBox_ = new QCheckBox(QStringLiteral("Mashup Mode"), rowWidget);
+    mashupBox_->setObjectName(QStringLiteral("mashupModeBox"));
+    row->addWidget(mashupBox_);
+
+    seedField_ = new QLineEdit(rowWidget);
+    seedField_->setObjectName(QStringLiteral("seedField"));
+    seedField_->setPlaceholderText(QStringLiteral("Seed (optional)"));
+    seedField_->setFixedWidth(160);
+    row->addWidget(seedField_);
+    row->addStretch(1);
+
+    connect(generateButton_, &QPushButton::clicked, this, [this] { model_->generate(); });
+    connect(slicesBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setSlices(value); });
+    connect(versionsBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setVersions(value); });
+    connect(chopModelBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (index >= 0 && static_cast<std::size_t>(index) < chop::allChopModels.size())
+            model_->setChopModel(chop::allChopModels[static_cast<std::size_t>(index)]);
+    });
+    connect(mashupBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMashupMode(on); });
+    connect(seedField_, &QLineEdit::textEdited, this,
+            [this](const QString& text) { model_->setSeedText(text.toStdString()); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildGlitchRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("glitchRow"));
+    auto* row = rowLayout(rowWidget, 10);
+    row->addWidget(new QLabel(QStringLiteral("Glitch Amount"), rowWidget));
+    glitchSlider_ = addFader(row, glitchValue_, "glitchSlider", rowWidget);
+    row->addWidget(
+        secondaryCaption(QStringLiteral("Controls pitch warp depth and glitch density."), "glitchCaption", rowWidget));
+    row->addStretch(1);
+    connect(glitchSlider_, &QSlider::valueChanged, this,
+            [this](int value) { model_->setGlitchAmount(static_cast<double>(value) / sliderSteps); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildMasterRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("masterRow"));
+    auto* row = rowLayout(rowWidget, 10);
+    row->addWidget(new QLabel(QStringLiteral("Master Fader"), rowWidget));
+    masterSlider_ = addFader(row, masterValue_, "masterSlider", rowWidget);
+    modeHint_ = secondaryCaption(QString(), "modeHint", rowWidget);
+    row->addWidget(modeHint_);
+    row->addStretch(1);
+    connect(masterSlider_, &QSlider::valueChanged, this,
+            [this](int value) { model_->setMasterVolume(static_cast<double>(value) / sliderSteps); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildPanels() {
+    auto* panels = new QWidget(this);
+    panels->setObjectName(QStringLiteral("panels"));
+    auto* row = rowLayout(panels, 12);
+    row->setAlignment(Qt::AlignTop);
+
+    auto* sourceList = new QScrollArea(panels);
+    sourceList->setObjectName(QStringLiteral("sourceList"));
+    sourceList->setFixedWidth(280);
+    sourceList->setMinimumHeight(420);
+    sourceList->setWidgetResizable(true);
+    sourceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* sourceListContent = new QWidget(sourceList);
+    sourceListLayout_ = new QVBoxLayout(sourceListContent);
+    sourceListLayout_->setContentsMargins(6, 4, 6, 4);
+    sourceListLayout_->setSpacing(0);
+    sourceListLayout_->addStretch(1);
+    sourceList->setWidget(sourceListContent);
+    row->addWidget(sourceList);
+
+    auto* right = new QWidget(panels);
+    right->setObjectName(QStringLiteral("rightPanel"));
+    right->setMinimumHeight(420);
+    auto* stack = new QVBoxLayout(right);
+    stack->setContentsMargins(0, 0, 0, 0);
+    stack->setSpacing(10);
+    stack->addWidget(heading(QStringLiteral("Source Loop Waveform"), right));
+
+    sourceWaveform_ = new WaveformView(right);
+    sourceWaveform_->setObjectName(QStringLiteral("sourceWaveform"));
+    sourceWaveform_->setColor(look::blue());
+    sourceWaveform_->setFixedHeight(90);
+    stack->addWidget(sourceWaveform_);
+
+    sourceCaption_ = new QLabel(right);
+    sourceCaption_->setObjectName(QStringLiteral("sourceCaption"));
+    sourceCaption_->setFont(look::captionFont(font()));
+    stack->addWidget(sourceCaption_);
+
+    auto* divider = new QFrame(right);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Sunken);
+    stack->addWidget(divider);
+    stack->addWidget(heading(QStringLiteral("Generated Variations"), right));
+
+    auto* loopList = new QScrollArea(right);
+    loopList->setObjectName(QStringLiteral("loopList"));
+    loopList->setFrameShape(QFrame::NoFrame);
+    loopList->setWidgetResizable(true);
+    loopList->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    loopList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* loopListContent = new QWidget(loopList);
+    loopListLayout_ = new QVBoxLayout(loopListContent);
+    loopListLayout_->setContentsMargins(0, 0, 8, 0);
+    loopListLayout_->setSpacing(10);
+    emptyLoopsLabel_ = new QLabel(QStringLiteral("No generated loops yet. Click Generate."), loopListContent);
+    emptyLoopsLabel_->setObjectName(QStringLiteral("emptyLoopsLabel"));
+    setTextColor(emptyLoopsLabel_, look::secondary(emptyLoopsLabel_->palette()));
+    loopListLayout_->addWidget(emptyLoopsLabel_);
+    loopListLayout_->addStretch(1);
+    loopList->setWidget(loopListContent);
+    stack->addWidget(loopList, 1);
+
+    row->addWidget(right, 1);
+
+    connect(sourceWaveform_, &WaveformView::clicked, this, [this] { model_->toggleSourcePlayback(); });
+    return panels;
+}
+
+QWidget* ContentView::buildSelectionRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("selectionRow"));
+    auto* row = rowLayout(rowWidget);
+    selectAllButton_ = button(QStringLiteral("Select All"), "selectAllButton", rowWidget);
+    selectNoneButton_ = button(QStringLiteral("Select None"), "selectNoneButton", rowWidget);
+    exportButton_ = button(QStringLiteral("Export Selected"), "exportButton", rowWidget);
+    row->addWidget(selectAllButton_);
+    row->addWidget(selectNoneButton_);
+    row->addWidget(exportButton_);
+    statusLine_ = new StatusLine(rowWidget);
+    statusLine_->setObjectName(QStringLiteral("statusLine"));
+    setTextColor(statusLine_, look::secondary(statusLine_->palette()));
+    row->addWidget(statusLine_, 1);
+
+    connect(selectAllButton_, &QPushButton::clicked, this, [this] { setAllSelected(true); });
+    connect(selectNoneButton_, &QPushButton::clicked, this, [this] { setAllSelected(false); });
+    connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildOutputRow() {
+    auto* rowWidget = new QWidget(this);
+    rowWidget->setObjectName(QStringLiteral("outputRow"));
+    auto* row = rowLayout(rowWidget);
+    row->addWidget(new QLabel(QStringLiteral("Output Folder"), rowWidget));
+    outputField_ = new QLineEdit(rowWidget);
+    outputField_->setObjectName(QStringLiteral("outputField"));
+    outputField_->setMinimumWidth(pathFieldWidth);
+    row->addWidget(outputField_);
+    auto* choose = button(QStringLiteral("Choose…"), "chooseOutputButton", rowWidget);
+#ifdef Q_OS_MACOS
+    auto* show = button(QStringLiteral("Show in Finder"), "showOutputButton", rowWidget);
+#else
+    auto* show = button(QStringLiteral("Show in File Manager"), "showOutputButton", rowWidget);
+#endif
+    auto* save = button(QStringLiteral("Save as Default"), "saveOutputButton", rowWidget);
+    row->addWidget(choose);
+    row->addWidget(show);
+    row->addWidget(save);
+    row->addStretch(1);
+
+    connect(outputField_, &QLineEdit::textEdited, this,
+            [this](const QString& text) { model_->setOutputDir(text.toStdString()); });
+    connect(outputField_, &QLineEdit::returnPressed, this, [this] {
+        model_->setOutputDir(model::expandTilde(outputField_->text().toStdString(), homeFolder_));
+    });
+    connect(choose, &QPushButton::clicked, this, [this] { model_->chooseOutputFolder(); });
+    connect(show, &QPushButton::clicked, this, [this] { model_->showOutputInFinder(); });
+    connect(save, &QPushButton::clicked, this, [this] { model_->saveOutputAsDefault(); });
+    return rowWidget;
+}
+
+// Redraws ---------------------------------------------------------------------
+
+void ContentView::redraw(Field field) {
+    const model::AppModel& m = *model_;
+    switch (field) {
+    case Field::sourceDir: syncText(sourceField_, m.sourceDir()); break;
+    case Field::outputDir: syncText(outputField_, m.outputDir()); break;
+    case Field::wavFiles:
+    case Field::mashupSourcePaths: redrawSourceRows(); break;
+    case Field::selectedFile:
+        redrawSourceRows();
+        redrawGenerateButton();
+        break;
+    case Field::slices: syncSpinBox(slicesBox_, m.slices()); break;
+    case Field::versions: syncSpinBox(versionsBox_, m.versions()); break;
+    case Field::chopModel: {
+        const auto found = std::find(chop::allChopModels.begin(), chop::allChopModels.end(), m.chopModel());
+        const QSignalBlocker blocker(chopModelBox_);
+        chopModelBox_->setCurrentIndex(static_cast<int>(found - chop::allChopModels.begin()));
+        redrawGlitchRow();
+        break;
+    }
+    case Field::mashupMode: {
+        {
+            const QSignalBlocker blocker(mashupBox_);
+            mashupBox_->setChecked(m.mashupMode());
+        }
+        modeHint_->setText(m.mashupMode() ? QStringLiteral("Mashup slices are pooled from checked source files.")
+                                          : QStringLiteral("Single-source mode uses only the selected source file."));
+        redrawSourceRows();
+        break;
+    }
+    case Field::seedText: syncText(seedField_, m.seedText()); break;
+    case Field::glitchAmount: syncSlider(glitchSlider_, glitchValue_, m.glitchAmount()); break;
+    case Field::masterVolume: syncSlider(masterSlider_, masterValue_, m.masterVolume()); break;
+    case Field::status: {
+        QString text = QString::fromStdString(m.status());
+        text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+        statusLine_->setText(text);
+        statusLine_->setToolTip(text);
+        break;
+    }
+    case Field::isGenerating: redrawGenerateButton(); break;
+    case Field::sourceWaveform: sourceWaveform_->setWaveform(std::span<const double>(m.sourceWaveform())); break;
+    case Field::sourceWavData: break;
+    case Field::generatedLoops:
+        redrawLoopRows();
+        redrawSelectionButtons();
+        break;
+    case Field::playingTarget: redrawPlayingTarget(); break;
+    case Field::playbackProgress: redrawPlaybackProgress(); break;
+    }
+}
+
+void ContentView::redrawSourceRows() {
+    const model::AppModel& m = *model_;
+    const auto valuesFor = [&m](const std::string& path) {
+        return SourceFileRow::Values{
+            .file = path,
+            .isSelected = m.selectedFile() && *m.selectedFile() == path,
+            .inMashup = m.mashupSourcePaths().contains(path),
+            .mashupMode = m.mashupMode(),
+        };
+    };
+
+    const std::vector<std::string>& files = m.wavFiles();
+    const bool sameFiles = std::equal(files.begin(), files.end(), sourceRows_.begin(), sourceRows_.end(),
+                                      [](const std::string& path, const SourceFileRow* row) {
+                                          return row->values().file == path;
+                                      });
+    if (sameFiles) {
+        for (SourceFileRow* row : sourceRows_)
+            row->setValues(valuesFor(row->values().file));
+        return;
+    }
+
+    for (SourceFileRow* row : sourceRows_)
+        retire(row);
+    sourceRows_.clear();
+    QWidget* list = sourceListLayout_->parentWidget();
+    for (const std::string& path : files) {
+        auto* row = new SourceFileRow(
+            valuesFor(path), [this, path] { model_->selectFile(path); },
+            [this, path](bool include) { model_->toggleMashupMembership(path, include); }, list);
+        row->setObjectName(QStringLiteral("sourceFileRow"));
+        // Before the trailing stretch.
+        sourceListLayout_->insertWidget(sourceListLayout_->count() - 1, row);
+        // The layout would show it only after the next event.
+        row->show();
+        sourceRows_.push_back(row);
+    }
+}
+
+void ContentView::redrawLoopRows() {
+    const model::AppModel& m = *model_;
+    const std::vector<model::GeneratedLoop>& loops = m.generatedLoops();
+    const bool sameIds = std::equal(loops.begin(), loops.end(), loopRows_.begin(), loopRows_.end(),
+                                    [](const model::GeneratedLoop& loop, const GeneratedLoopRow* row) {
+                                        return row->loopId() == loop.id;
+                                    });
+    if (sameIds) {
+        // A tick changed: nothing else of a variation changes in place.
+        for (std::size_t i = 0; i < loops.size(); ++i)
+            loopRows_[i]->setLoopSelected(loops[i].isSelected);
+        return;
+    }
+
+    for (GeneratedLoopRow* row : loopRows_)
+        retire(row);
+    loopRows_.clear();
+    emptyLoopsLabel_->setVisible(loops.empty());
+    QWidget* list = loopListLayout_->parentWidget();
+    for (const model::GeneratedLoop& loop : loops) {
+        const playback::Uuid id = loop.id;
+        const bool playing = m.playingTarget() == PlaybackTarget::generated(id);
+        auto* row = new GeneratedLoopRow(
+            loop, playing, m.playbackProgress(), [this, id](bool on) { model_->toggleSelection(id, on); },
+            [this, id] {
+                // Look the loop up again: the list may have been replaced
+                // since this row was built.
+                const auto& current = model_->generatedLoops();
+                const auto found = std::find_if(current.begin(), current.end(),
+                                                [&id](const model::GeneratedLoop& l) { return l.id == id; });
+                if (found != current.end())
+                    model_->togglePlayback(*found);
+            },
+            list);
+        row->setObjectName(QStringLiteral("generatedLoopRow"));
+        loopListLayout_->insertWidget(loopListLayout_->count() - 1, row);
+        row->show();
+        loopRows_.push_back(row);
+    }
+}
+
+void ContentView::redrawPlayingTarget() {
+    const model::AppModel& m = *model_;
+    const bool sourcePlaying = m.playingTarget() == PlaybackTarget::source();
+    sourceWaveform_->setPlaybackIcon(sourcePlaying ? PlaybackIcon::stop : PlaybackIcon::play, 32);
+    sourceWaveform_->setPlayheadProgress(sourcePlaying ? m.playbackProgress() : std::nullopt);
+    sourceCaption_->setText(sourcePlaying ? QStringLiteral("Source: Looping (click waveform to stop)")
+                                          : QStringLiteral("Source: Stopped (click waveform to play)"));
+    setTextColor(sourceCaption_, sourcePlaying ? look::green() : look::secondary(palette()));
+
+    for (GeneratedLoopRow* row : loopRows_)
+        row->setPlayback(m.playingTarget() == PlaybackTarget::generated(row->loopId()), m.playbackProgress());
+}
+
+void ContentView::redrawPlaybackProgress() {
+    // Ticks arrive 33 times a second: touch only the one waveform that shows
+    // a playhead.
+    const model::AppModel& m = *model_;
+    if (!m.playingTarget())
+        return;
+    if (m.playingTarget()->kind == PlaybackTarget::Kind::source) {
+        sourceWaveform_->setPlayheadProgress(m.playbackProgress());
+        return;
+    }
+    const auto row = std::find_if(loopRows_.begin(), loopRows_.end(), [&m](const GeneratedLoopRow* candidate) {
+        return candidate->loopId() == m.playingTarget()->id;
+    });
+    if (row != loopRows_.end())
+        (*row)->setPlayback(true, m.playbackProgress());
+}
+
+void ContentView::redrawGlitchRow() {
+    const bool wanted = model_->chopModel() == chop::ChopModel::glitch;
+    const bool present = layout_->indexOf(glitchRow_) >= 0;
+    if (wanted && !present) {
+        layout_->insertWidget(layout_->indexOf(masterRow_), glitchRow_);
+        glitchRow_->show();
+    } else if (!wanted && present) {
+        layout_->removeWidget(glitchRow_);
+        glitchRow_->hide();
+    }
+}
+
+void ContentView::redrawGenerateButton() {
+    const bool busy = model_->isGenerating();
+    generateButton_->setText(busy ? QStringLiteral("Generating...") : QStringLiteral("Generate"));
+    generateButton_->setEnabled(!busy && model_->selectedFile().has_value());
+}
+
+void ContentView::redrawSelectionButtons() {
+    const auto& loops = model_->generatedLoops();
+    selectAllButton_->setEnabled(!loops.empty());
+    selectNoneButton_->setEnabled(!loops.empty());
+    exportButton_->setEnabled(
+        std::any_of(loops.begin(), loops.end(), [](const model::GeneratedLoop& loop) { return loop.isSelected; }));
+}
+
+void ContentView::setAllSelected(bool isSelected) {
+    std::vector<playback::Uuid> ids;
+    for (const model::GeneratedLoop& loop : model_->generatedLoops())
+        ids.push_back(loop.id);
+    for (const playback::Uuid& id : ids)
+        model_->toggleSelection(id, isSelected);
+}
 
 } // namespace marquetry::ui

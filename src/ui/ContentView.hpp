@@ -4,22 +4,96 @@
 
 #include <QWidget>
 
+#include <memory>
+#include <string>
+#include <vector>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QScrollArea;
+class QSlider;
+class QSpinBox;
+class QVBoxLayout;
+
 namespace marquetry::ui {
+
+class GeneratedLoopRow;
+class SourceFileRow;
+class WaveformView;
 
 /// The main window's content: every control of the working surface, drawn
 /// from the model it owns and redrawn from the model's change notices only.
+/// Main thread only.
 class ContentView final : public QWidget {
     Q_OBJECT
 public:
-    /// Creates the one AppModel of this window over `platform`, which must
-    /// outlive the view.
+    /// Creates the one AppModel of this window over `platform`, whose
+    /// services must outlive the view.
     explicit ContentView(model::Platform platform, QWidget* parent = nullptr);
     ~ContentView() override;
 
     model::AppModel& model() { return *model_; }
 
 private:
+    using Field = model::AppModel::Field;
+
+    QWidget* buildHeader();
+    QWidget* buildSourceRow();
+    QWidget* buildGenerateRow();
+    QWidget* buildGlitchRow();
+    QWidget* buildMasterRow();
+    QWidget* buildPanels();
+    QWidget* buildSelectionRow();
+    QWidget* buildOutputRow();
+
+    /// Brings the controls that show `field` up to date with the model.
+    void redraw(Field field);
+    void redrawSourceRows();
+    void redrawLoopRows();
+    void redrawPlayingTarget();
+    void redrawPlaybackProgress();
+    void redrawGlitchRow();
+    void redrawGenerateButton();
+    void redrawSelectionButtons();
+    void setAllSelected(bool isSelected);
+
+    std::string homeFolder_;
     std::unique_ptr<model::AppModel> model_;
+
+    QVBoxLayout* layout_ = nullptr;
+    QLineEdit* sourceField_ = nullptr;
+    QPushButton* generateButton_ = nullptr;
+    QSpinBox* slicesBox_ = nullptr;
+    QSpinBox* versionsBox_ = nullptr;
+    QComboBox* chopModelBox_ = nullptr;
+    QCheckBox* mashupBox_ = nullptr;
+    QLineEdit* seedField_ = nullptr;
+    QWidget* generateRow_ = nullptr;
+    QWidget* glitchRow_ = nullptr;
+    QSlider* glitchSlider_ = nullptr;
+    QLabel* glitchValue_ = nullptr;
+    QWidget* masterRow_ = nullptr;
+    QSlider* masterSlider_ = nullptr;
+    QLabel* masterValue_ = nullptr;
+    QLabel* modeHint_ = nullptr;
+    QVBoxLayout* sourceListLayout_ = nullptr;
+    WaveformView* sourceWaveform_ = nullptr;
+    QLabel* sourceCaption_ = nullptr;
+    QVBoxLayout* loopListLayout_ = nullptr;
+    QLabel* emptyLoopsLabel_ = nullptr;
+    QPushButton* selectAllButton_ = nullptr;
+    QPushButton* selectNoneButton_ = nullptr;
+    QPushButton* exportButton_ = nullptr;
+    QLabel* statusLine_ = nullptr;
+    QLineEdit* outputField_ = nullptr;
+
+    // The rows on screen, in list order; rebuilt only when the list of files
+    // or of variation ids changes, otherwise updated in place.
+    std::vector<SourceFileRow*> sourceRows_;
+    std::vector<GeneratedLoopRow*> loopRows_;
 };
 
 } // namespace marquetry::ui

@@ -1,1 +1,132 @@
-// placeholder
+#include "ui/SourceFileRow.hpp"
+
+#include "model/FileSystem.hpp"
+#include "ui/WaveformView.hpp"
+
+#include <QAbstractButton>
+#include <QCheckBox>
+#include <QHBoxLayout>
+#include <QPainter>
+
+namespace marquetry::ui {
+namespace {
+
+constexpr int markSpacing = 8;
+
+/// A borderless button that shows a radio-style mark and a file name,
+/// elided when the list is narrower than the name.
+class FileNameButton final : public QAbstractButton {
+public:
+    explicit FileNameButton(QWidget* parent) : QAbstractButton(parent) {
+        setAttribute(Qt::WA_Hover);
+        setCursor(Qt::PointingHandCursor);
+        setFocusPolicy(Qt::TabFocus);
+        setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    }
+
+    void setSelectedMark(bool selected) {
+        if (selected == selected_)
+            return;
+        selected_ = selected;
+        update();
+    }
+
+    QSize sizeHint() const override {
+        // One pixel of slack: the advance is rounded, and a name that fits
+        // must not come out elided.
+        return {markSize() + markSpacing + fontMetrics().horizontalAdvance(text()) + 1 + 2 * padding, rowHeight()};
+    }
+    QSize minimumSizeHint() const override {
+        return {markSize() + markSpacing + fontMetrics().horizontalAdvance(QStringLiteral("M…")) + 2 * padding,
+                rowHeight()};
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        if (underMouse() || hasFocus()) {
+            QColor hover = look::gray();
+            hover.setAlphaF(0.14f);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(hover);
+            painter.drawRoundedRect(QRectF(rect()), 5, 5);
+        }
+
+        const double size = markSize();
+        const QRectF mark(padding, (height() - size) / 2.0, size, size);
+        if (selected_) {
+            const QColor accent = look::accent(palette());
+            painter.setPen(QPen(accent, 1.5));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawEllipse(mark.adjusted(0.75, 0.75, -0.75, -0.75));
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(accent);
+            const double inset = size * 0.26;
+            painter.drawEllipse(mark.adjusted(inset, inset, -inset, -inset));
+        } else {
+            painter.setPen(QPen(look::secondary(palette()), 1.5));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawEllipse(mark.adjusted(0.75, 0.75, -0.75, -0.75));
+        }
+
+        const int textLeft = padding + markSize() + markSpacing;
+        const QRect textRect(textLeft, 0, width() - textLeft - padding, height());
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                         fontMetrics().elidedText(text(), Qt::ElideMiddle, textRect.width()));
+    }
+
+private:
+    static constexpr int padding = 4;
+    int markSize() const { return fontMetrics().height(); }
+    int rowHeight() const { return fontMetrics().height() + 8; }
+
+    bool selected_ = false;
+};
+
+} // namespace
+
+SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std::function<void(bool)> onMashupToggle,
+                             QWidget* parent)
+    : QWidget(parent), onSelect_(std::move(onSelect)), onMashupToggle_(std::move(onMashupToggle)) {
+    auto* layout = new QHBoxLayout(this);
+    layout->setSpacing(8);
+    layout->setContentsMargins(0, 2, 0, 2);
+
+    auto* button = new FileNameButton(this);
+    button->setObjectName(QStringLiteral("sourceFileSelect"));
+    button->setText(QString::fromStdString(model::fileName(values.file)));
+    button->setToolTip(QString::fromStdString(values.file));
+    selectButton_ = button;
+    layout->addWidget(button, 0, Qt::AlignVCenter);
+    layout->addStretch(1);
+
+    poolCheckBox_ = new QCheckBox(this);
+    poolCheckBox_->setObjectName(QStringLiteral("sourceFilePool"));
+    layout->addWidget(poolCheckBox_, 0, Qt::AlignVCenter);
+
+    // clicked(), unlike toggled(), comes from the user only.
+    connect(button, &QAbstractButton::clicked, this, [this] { onSelect_(); });
+    connect(poolCheckBox_, &QCheckBox::clicked, this, [this](bool checked) { onMashupToggle_(checked); });
+
+    values_ = values;
+    // Force the first draw of every part.
+    values_.isSelected = !values.isSelected;
+    values_.mashupMode = !values.mashupMode;
+    setValues(values);
+}
+
+void SourceFileRow::setValues(const Values& values) {
+    if (values.isSelected != values_.isSelected)
+        static_cast<FileNameButton*>(selectButton_)->setSelectedMark(values.isSelected);
+    if (values.mashupMode != values_.mashupMode)
+        poolCheckBox_->setVisible(values.mashupMode);
+    if (values.inMashup != poolCheckBox_->isChecked()) {
+        const QSignalBlocker blocker(poolCheckBox_);
+        poolCheckBox_->setChecked(values.inMashup);
+    }
+    values_ = values;
+}
+
+} // namespace marquetry::ui

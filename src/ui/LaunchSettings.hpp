@@ -1,0 +1,28 @@
+#pragma once
+
+#include "model/Platform.hpp"
+
+#include <optional>
+#include <string>
+
+namespace marquetry::ui {
+
+/// The stored settings as seen by one launch: a source folder given on the
+/// command line answers reads of the stored default source folder, without
+/// being stored. Every write goes through, so "Save as Default" still saves.
+/// Thread safety is that of the wrapped store.
+class LaunchSettings final : public model::SettingsStore {
+public:
+    /// `stored` must outlive this object; no `sourceDir` means every read
+    /// goes to `stored`.
+    LaunchSettings(model::SettingsStore& stored, std::optional<std::string> sourceDir);
+
+    std::optional<std::string> string(const std::string& key) const override;
+    void setString(const std::string& key, const std::string& value) override;
+
+private:
+    model::SettingsStore& stored_;
+    std::optional<std::string> sourceDir_;
+};
+
+} // namespace marquetry::ui

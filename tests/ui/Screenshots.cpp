@@ -1,0 +1,119 @@
+// Renders the main window in its typical states to PNG files, for people to
+// look at: marquetry_screenshots OUTPUT_FOLDER. Runs on any Qt platform,
+// the offscreen one included.
+
+#include "UiFakes.hpp"
+
+#include "ui/ContentView.hpp"
+#include "ui/HelpPanels.hpp"
+#include "ui/MarquetryHelpView.hpp"
+
+#include <QApplication>
+#include <QDir>
+#include <QTextStream>
+
+#include <functional>
+
+using namespace marquetry;
+
+namespace {
+
+struct Shot {
+    const char* file;
+    QSize size;
+    std::vector<std::string> loops;
+    std::function<void(ui::ContentView&, ui::test::FakePlatform&)> prepare;
+};
+
+void generate(ui::ContentView& view, ui::test::FakePlatform& platform) {
+    view.model().generate();
+    platform.tasks.drain();
+}
+
+bool save(QWidget& widget, const QDir& folder, const char* file) {
+    const QString path = folder.filePath(QLatin1String(file));
+    if (!widget.grab().save(path)) {
+        QTextStream(stderr) << "cannot write " << path << '\n';
+        return false;
+    }
+    QTextStream(stdout) << widget.width() << 'x' << widget.height() << ' ' << path << '\n';
+    return true;
+}
+
+// The help window on two of its topics.
+bool renderHelp(const QDir& folder) {
+    ui::HelpPanels::shared().showHelp();
+    QWidget* window = ui::HelpPanels::shared().helpWindow();
+    auto* view = window->findChild<ui::MarquetryHelpView*>();
+    QApplication::processEvents();
+    bool ok = save(*window, folder, "7-help-welcome.png");
+    view->setSelected(ui::HelpTopic::chopModels);
+    QApplication::processEvents();
+    ok = save(*window, folder, "8-help-chop-models.png") && ok;
+    window->close();
+    return ok;
+}
+
+bool render(const Shot& shot, const QDir& folder) {
+    ui::test::FakePlatform platform;
+    for (const std::string& loop : shot.loops)
+        platform.addLoop(loop, loop == "Think Break 96.wav" ? "breakbeat_s16.wav" : "amen_s16.wav");
+    ui::ContentView view(platform.platform());
+    view.resize(view.minimumSizeHint().expandedTo(view.minimumSize()).expandedTo(shot.size));
+    view.show();
+    if (shot.prepare)
+        shot.prepare(view, platform);
+    QApplication::processEvents();
+    return save(view, folder, shot.file);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    if (argc != 2) {
+        QTextStream(stderr) << "usage: marquetry_screenshots OUTPUT_FOLDER\n";
+        return 2;
+    }
+    const QDir folder(QString::fromLocal8Bit(argv[1]));
+    if (!folder.mkpath(QStringLiteral("."))) {
+        QTextStream(stderr) << "cannot create " << folder.path() << '\n';
+        return 1;
+    }
+
+    const std::vector<std::string> loops{"Amen Break 170.wav", "Think Break 96.wav", "amen_alt.wav"};
+    const QSize roomy(1180, 860);
+    const std::vector<Shot> shots{
+        {"1-empty.png", roomy, {}, nullptr},
+        {"2-loaded.png", roomy, loops, nullptr},
+        {"3-generated.png", roomy, loops, generate},
+        {"3-generated-smallest.png", {}, loops, generate},
+        {"4-playing.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             generate(view, platform);
+             platform.players.currentTime = 0.74;
+             platform.players.duration = 2.0;
+             view.model().togglePlayback(view.model().generatedLoops().at(1));
+         }},
+        {"5-source-playing.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             platform.players.currentTime = 1.3;
+             platform.players.duration = 2.0;
+             view.model().setMashupMode(true);
+             view.model().toggleMashupMembership(view.model().wavFiles().at(0), true);
+             view.model().toggleMashupMembership(view.model().wavFiles().at(2), true);
+             view.model().toggleSourcePlayback();
+         }},
+        {"6-glitch.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             view.model().setChopModel(chop::ChopModel::glitch);
+             view.model().setSeedText("marquetry");
+             generate(view, platform);
+         }},
+    };
+    bool ok = true;
+    for (const Shot& shot : shots)
+        ok = render(shot, folder) && ok;
+    ok = renderHelp(folder) && ok;
+    return ok ? 0 : 1;
+}
