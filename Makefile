@@ -1,7 +1,7 @@
 # The two commands of the README. Everything else is plain CMake presets:
 # dev (debug, warnings as errors), release, asan (Address- and
 # UndefinedBehaviorSanitizer), fuzz (libFuzzer targets, built with clang).
-.PHONY: all deps test run build-% test-% bench fuzz clean
+.PHONY: all deps test run build-% test-% bench fuzz screenshots clean
 
 all: build-dev
 
@@ -15,8 +15,9 @@ build-%: deps
 test-%: build-%
 	ctest --preset $*
 
-# Every test, once in the debug build and once under the sanitizers.
-test: test-dev test-asan
+# Every test, once in the optimised build and once under the sanitizers (both
+# with warnings as errors), then every fuzz target for FUZZ_SECONDS.
+test: test-release test-asan fuzz
 
 bench: build-release
 	build/release/bench/marquetry_bench
@@ -48,6 +49,10 @@ run: deps
 	cmake --build --preset dev --target marquetry
 	scripts/make-demo-loops build/dev/demo-loops
 	build/dev/src/ui/marquetry --source-dir build/dev/demo-loops
+
+# The main window in its typical states and the help window, as PNG files.
+screenshots: build-dev
+	cmake --build --preset dev --target screenshots
 
 clean:
 	rm -rf build
