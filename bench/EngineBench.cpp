@@ -11,6 +11,8 @@
 #include "chop/Slicing.hpp"
 #include "chop/TransientDetection.hpp"
 
+#include "Baselines.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -37,18 +39,6 @@ constexpr std::int64_t patternBytes = manySlices * std::int64_t{sizeof(std::int6
 
 void reportBytes(benchmark::State& state, std::int64_t bytesPerIteration) {
     state.SetBytesProcessed(state.iterations() * bytesPerIteration);
-}
-
-void memcpyBaseline(benchmark::State& state) {
-    const auto bytes = static_cast<std::size_t>(state.range(0));
-    const audio::Bytes source(bytes, 0x5A);
-    audio::Bytes target(bytes);
-    for (auto _ : state) {
-        std::memcpy(target.data(), source.data(), bytes);
-        benchmark::DoNotOptimize(target.data());
-        benchmark::ClobberMemory();
-    }
-    reportBytes(state, state.range(0));
 }
 
 void envelope(benchmark::State& state, const audio::WavData& wav) {
@@ -115,7 +105,7 @@ void registerAll(const audio::WavData& wav) {
     const auto totalFrames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
     using benchmark::kMicrosecond;
 
-    benchmark::RegisterBenchmark("BM_MemcpyBaseline", memcpyBaseline)
+    benchmark::RegisterBenchmark("BM_MemcpyBaseline", bench::memcpyBaseline)
         ->Arg(loopBytes)
         ->Arg(boundaryBytes)
         ->Arg(patternBytes);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 
 namespace marquetry::model {
 namespace {
@@ -24,8 +25,13 @@ bool hasWavExtension(const std::string& name) {
     return extension == "wav";
 }
 
+// A folder and an entry name, as fs::path's "/" joins them, without building
+// paths: a scan joins every entry of the folder.
 std::string joinPath(const std::string& folder, const std::string& name) {
-    return pathText(pathFromText(folder) / pathFromText(name));
+    constexpr char separator = static_cast<char>(std::filesystem::path::preferred_separator);
+    if (folder.empty() || folder.back() == '/' || folder.back() == separator)
+        return folder + name;
+    return folder + separator + name;
 }
 
 } // namespace

@@ -86,7 +86,7 @@ std::vector<std::string> listFolder(const std::string& folder) {
         throwError(error, folder);
     std::vector<std::string> names;
     for (const fs::directory_iterator end; it != end; it.increment(error)) {
-        names.push_back(pathText(it->path().filename()));
+        names.push_back(fileName(pathText(it->path())));
     }
     if (error)
         throwError(error, folder);

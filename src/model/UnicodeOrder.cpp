@@ -15,6 +15,17 @@ namespace {
 // UTF-8 compares byte by byte in code point order, and std::string compares
 // its bytes as unsigned, so a normalized UTF-8 key sorts as required.
 std::string normalizedKey(const std::string& text, bool lowercase) {
+    // ASCII is its own canonical form and lowercases byte by byte; most file
+    // names are ASCII, and a folder of thousands then sorts without ICU.
+    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        if (!lowercase)
+            return text;
+        std::string key = text;
+        for (char& c : key)
+            if (c >= 'A' && c <= 'Z')
+                c = static_cast<char>(c - 'A' + 'a');
+        return key;
+    }
     icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
     if (lowercase)
         unicode.toLower(icu::Locale::getRoot());

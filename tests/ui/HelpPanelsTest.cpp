@@ -1,3 +1,4 @@
+#include "../model/PlatformFakes.hpp"
 #include "model/AppModel.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/HelpPanels.hpp"
@@ -61,16 +62,6 @@ QImage solidImage(int width, int height) {
     image.fill(Qt::darkYellow);
     return image;
 }
-
-class MemorySettings final : public model::SettingsStore {
-public:
-    std::optional<std::string> string(const std::string& key) const override {
-        const auto found = values.find(key);
-        return found == values.end() ? std::nullopt : std::optional(found->second);
-    }
-    void setString(const std::string& key, const std::string& value) override { values[key] = value; }
-    std::map<std::string, std::string> values;
-};
 
 } // namespace
 
@@ -272,7 +263,7 @@ private slots:
     }
 
     void launchSourceFolderIsReadButNeverStored() {
-        MemorySettings stored;
+        model::test::FakeSettings stored;
         stored.values[model::AppModel::sourceDirKey] = "/stored/source";
         stored.values[model::AppModel::outputDirKey] = "/stored/output";
 

@@ -3,6 +3,7 @@
 // records the sink's monitor and compares what arrived with the loop.
 // Run through scripts/with-null-sink, which provides the private server.
 
+#include "../model/PlatformFakes.hpp"
 #include "audio/WavReader.hpp"
 #include "model/AppModel.hpp"
 #include "model/SystemServices.hpp"
@@ -28,21 +29,6 @@ namespace {
 
 constexpr int captureRate = 44100;
 constexpr const char* loopName = "amen_s16.wav";
-
-class MemorySettings final : public model::SettingsStore {
-public:
-    std::map<std::string, std::string> values;
-    std::optional<std::string> string(const std::string& key) const override {
-        const auto it = values.find(key);
-        return it == values.end() ? std::nullopt : std::optional(it->second);
-    }
-    void setString(const std::string& key, const std::string& value) override { values[key] = value; }
-};
-
-class NoFolderChooser final : public model::FolderChooser {
-public:
-    std::optional<std::string> chooseFolder(const Options&) override { return std::nullopt; }
-};
 
 /// Interleaved stereo frames.
 struct Stereo {
@@ -174,10 +160,10 @@ void RealAudioTest::previewLoopsFollowsTheVolumeAndStops() {
     const Stereo loop = fromS16(wav);
     const double loopSeconds = static_cast<double>(loop.frames()) / captureRate;
 
-    MemorySettings settings;
+    model::test::FakeSettings settings;
     settings.values[model::AppModel::sourceDirKey] = source.string();
     settings.values[model::AppModel::outputDirKey] = home.filePath("output").toStdString();
-    NoFolderChooser folders;
+    model::test::FakeFolderChooser folders;
     ui::QtFileBrowser browser;
     ui::QtTaskRunner tasks;
     ui::QtAudioPlayerFactory players;
