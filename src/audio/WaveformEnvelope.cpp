@@ -11,16 +11,19 @@ namespace {
 
 // Largest |sample| of a run of contiguous 16-bit samples. Dividing the
 // largest magnitude by 32767 once gives the same float as dividing each one
-// and keeping the largest (rounding is monotonic), and this form vectorises.
+// and keeping the largest (rounding is monotonic). Tracking the extremes in
+// 16 bits, rather than absolute values in 32, lets the loop vectorise at full
+// width; -32768 only becomes a magnitude at the end.
 std::int32_t maxAbsPcm16(const std::uint8_t* p, std::size_t sampleCount) {
-    std::int32_t peak = 0;
+    std::int16_t highest = 0;
+    std::int16_t lowest = 0;
     for (std::size_t i = 0; i < sampleCount; ++i) {
         std::int16_t value;
         std::memcpy(&value, p + 2 * i, sizeof value);
-        const std::int32_t magnitude = value < 0 ? -std::int32_t{value} : std::int32_t{value};
-        peak = std::max(peak, magnitude);
+        highest = std::max(highest, value);
+        lowest = std::min(lowest, value);
     }
-    return peak;
+    return std::max<std::int32_t>(highest, -std::int32_t{lowest});
 }
 
 } // namespace
