@@ -15,14 +15,13 @@ namespace {
 
 constexpr std::int64_t envelopePoints = 1000;
 
+// The text after the last dot is "wav" in any letter case.
 bool hasWavExtension(const std::string& name) {
     const std::size_t dot = name.rfind('.');
     if (dot == std::string::npos || name.size() - dot != 4)
         return false;
-    std::string extension = name.substr(dot + 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
-    return extension == "wav";
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return lower(name[dot + 1]) == 'w' && lower(name[dot + 2]) == 'a' && lower(name[dot + 3]) == 'v';
 }
 
 // A folder and an entry name, as fs::path's "/" joins them, without building

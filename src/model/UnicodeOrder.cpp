@@ -7,7 +7,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
-#include <utility>
+#include <numeric>
 
 namespace marquetry::model {
 namespace {
@@ -42,14 +42,19 @@ std::string normalizedKey(const std::string& text, bool lowercase) {
 }
 
 void sortByKey(std::vector<std::string>& paths, bool lowercase, bool byFileName) {
-    std::vector<std::pair<std::string, std::string>> keyed;
-    keyed.reserve(paths.size());
-    for (std::string& path : paths)
-        keyed.emplace_back(normalizedKey(byFileName ? fileName(path) : path, lowercase), std::move(path));
-    std::stable_sort(keyed.begin(), keyed.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        paths[i] = std::move(keyed[i].second);
+    std::vector<std::string> keys;
+    keys.reserve(paths.size());
+    for (const std::string& path : paths)
+        keys.push_back(normalizedKey(byFileName ? fileName(path) : path, lowercase));
+    // Sorting positions rather than (key, path) pairs moves no strings around.
+    std::vector<std::size_t> order(paths.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+    std::vector<std::string> sorted;
+    sorted.reserve(paths.size());
+    for (const std::size_t i : order)
+        sorted.push_back(std::move(paths[i]));
+    paths = std::move(sorted);
 }
 
 } // namespace
