@@ -19,8 +19,12 @@ test-%: build-%
 # with warnings as errors), then every fuzz target for FUZZ_SECONDS.
 test: test-release test-asan fuzz
 
+# The benchmarks and their baselines; figures and how to read them are in
+# bench/README.md.
 bench: build-release
-	build/release/bench/marquetry_bench
+	build/release/bench/marquetry_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+	build/release/bench/marquetry_model_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
+	bench/cli-peak-memory build/release
 
 # Every libFuzzer target for FUZZ_SECONDS each, on a scratch copy of its seed
 # corpus in build/fuzz/runs/TARGET (the committed corpus stays as it is).
