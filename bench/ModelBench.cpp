@@ -40,7 +40,7 @@ model::GenerationRequest gridRequest() {
     request.seedText = "1";
     request.selectedPath = loopPath;
     request.sliceCount = slices;
-    request.variationCount = variations;
+    request.versions = variations;
     return request;
 }
 

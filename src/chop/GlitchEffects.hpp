@@ -4,17 +4,42 @@
 #include "chop/SeededGenerator.hpp"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace marquetry::chop {
 
 using audio::Bytes;
 
+/// What the glitch effects do to one placed slice, applied in this order.
+struct GlitchTreatment {
+    bool reversed = false;
+    std::int64_t stutterRepeats = 0;  ///< repeats of the slice's opening; 0 when not stuttered
+    std::optional<double> semitones;  ///< pitch shift; drawn for 16-bit integer PCM only
+
+    bool operator==(const GlitchTreatment&) const = default;
+};
+
+/// Makes exactly the draws `applyGlitchEffects` makes for a slice of
+/// `sliceBytes` bytes in the layout of `format`, without touching a sample.
+GlitchTreatment drawGlitchTreatment(std::size_t sliceBytes, const audio::WavData& format, double amount,
+                                    SeededGenerator& rng);
+
+/// `slice` with `treatment` applied, in the layout of `format` (whose PCM is
+/// not read). Pure: the same slice and treatment give the same bytes.
+Bytes applyGlitchTreatment(std::span<const std::uint8_t> slice, const GlitchTreatment& treatment,
+                           const audio::WavData& format);
+
+/// The length `applyGlitchTreatment` returns for a slice of `sliceBytes`
+/// bytes, computed without processing it. Throws std::length_error where the
+/// effect itself would.
+std::size_t treatedSize(std::size_t sliceBytes, const GlitchTreatment& treatment, const audio::WavData& format);
+
 /// A placed slice of the Glitch model, possibly reversed, stuttered and (for
 /// 16-bit integer PCM only) pitch-shifted, each with a probability that grows
 /// with `amount` (clamped to [0, 1]; NaN counts as 1). Only the format fields
 /// of `wav` are read. An empty slice or a zero block alignment comes back
-/// unchanged without drawing.
+/// unchanged without drawing. The treatment drawn, then applied.
 Bytes applyGlitchEffects(std::span<const std::uint8_t> slice, const audio::WavData& wav, double amount,
                          SeededGenerator& rng);
 

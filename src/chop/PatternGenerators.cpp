@@ -1,5 +1,7 @@
 #include "chop/PatternGenerators.hpp"
 
+#include "chop/ChopRecipe.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cassert>
@@ -38,24 +40,18 @@ void applyDiceReplacements(Pattern& pattern, std::int64_t sliceCount, SeededGene
 } // namespace
 
 Pattern generatePattern(ChopModel model, std::int64_t sliceCount, SeededGenerator& rng) {
-    switch (model) {
-    case ChopModel::grid:
-    case ChopModel::transient: return generatePatternGridLike(sliceCount, rng);
-    case ChopModel::dice: {
-        Pattern pattern = generatePatternGridLike(sliceCount, rng);
+    const ChopRecipe steps = recipe(model);
+    Pattern pattern;
+    switch (steps.order) {
+    case Order::gridWalk: pattern = generatePatternGridLike(sliceCount, rng); break;
+    case Order::pivot: pattern = generatePatternPivot(sliceCount, rng); break;
+    case Order::interlock: pattern = generatePatternInterlock(sliceCount, rng); break;
+    case Order::drift: pattern = generatePatternDrift(sliceCount, rng); break;
+    case Order::momentum: pattern = generatePatternMomentum(sliceCount, rng); break;
+    }
+    if (steps.diceReplacements)
         applyDiceReplacements(pattern, sliceCount, rng);
-        return pattern;
-    }
-    case ChopModel::swarm:
-    case ChopModel::interlock: return generatePatternInterlock(sliceCount, rng);
-    // The glitch effects are drawn per placed slice by the caller, after the
-    // whole pattern, so here Glitch orders its slices exactly like Pivot.
-    case ChopModel::glitch:
-    case ChopModel::pivot: return generatePatternPivot(sliceCount, rng);
-    case ChopModel::drift: return generatePatternDrift(sliceCount, rng);
-    case ChopModel::momentum: return generatePatternMomentum(sliceCount, rng);
-    }
-    return generatePatternGridLike(sliceCount, rng);
+    return pattern;
 }
 
 Pattern generatePatternGridLike(std::int64_t sliceCount, SeededGenerator& rng) {

@@ -13,9 +13,9 @@ namespace marquetry::chop {
 /// sliceCount entries, each in [0, sliceCount).
 using Pattern = std::vector<std::int64_t>;
 
-/// The slice order of one variation for `model` (sliceCount >= 1), followed
-/// by the Dice replacement pass for ChopModel::dice. The order of draws is
-/// fixed, since every draw advances the run's one stream.
+/// The slice order of one variation for `model` (sliceCount >= 1): the
+/// model's walk, then its replacement pass if its recipe has one. The order
+/// of draws is fixed, since every draw advances the run's one stream.
 Pattern generatePattern(ChopModel model, std::int64_t sliceCount, SeededGenerator& rng);
 
 /// Grid, Transient and Dice: a walk over four sections with weighted picks.

@@ -1,6 +1,7 @@
 #include "chop/Slicing.hpp"
 
 #include "audio/AppError.hpp"
+#include "chop/ChopRecipe.hpp"
 #include "chop/TransientDetection.hpp"
 
 #include <algorithm>
@@ -11,18 +12,55 @@
 namespace marquetry::chop {
 namespace {
 
-Slice copyFrames(std::span<const std::uint8_t> data, std::int64_t blockAlign, FrameIndex start, FrameIndex end) {
-    const auto first = data.begin() + start * blockAlign;
-    return Slice(first, first + (end - start) * blockAlign);
-}
-
-std::vector<Slice> withoutEmptySlices(std::vector<Slice> slices) {
-    std::erase_if(slices, [](const Slice& slice) { return slice.empty(); });
+std::vector<Slice> copyRanges(std::span<const std::uint8_t> data, std::int64_t blockAlign,
+                              const std::vector<FrameRange>& ranges) {
+    std::vector<Slice> slices;
+    slices.reserve(ranges.size());
+    for (const FrameRange& range : ranges) {
+        const auto first = data.begin() + range.start * blockAlign;
+        slices.emplace_back(first, first + range.frames * blockAlign);
+    }
     return slices;
 }
 
+std::vector<FrameRange> evenRanges(FrameCount totalFrames, std::int64_t sliceCount) {
+    if (totalFrames < sliceCount)
+        throw audio::AppError::invalidWav("Input loop too short for " + std::to_string(sliceCount) + " slices.");
+    const FrameCount framesPerSlice = sliceCount > 0 ? totalFrames / sliceCount : 0;
+    if (framesPerSlice < 1)
+        throw audio::AppError::invalidWav("Calculated zero-length slices.");
+
+    std::vector<FrameRange> ranges;
+    ranges.reserve(static_cast<std::size_t>(sliceCount));
+    for (std::int64_t i = 0; i < sliceCount; ++i) {
+        const FrameIndex end = i == sliceCount - 1 ? totalFrames : (i + 1) * framesPerSlice;
+        ranges.push_back({i * framesPerSlice, end - i * framesPerSlice});
+    }
+    return ranges;
+}
+
+std::vector<FrameRange> boundaryRanges(FrameCount totalFrames, const Boundaries& boundaries) {
+    if (boundaries.size() < 2)
+        return {};
+    std::vector<FrameRange> ranges;
+    ranges.reserve(boundaries.size() - 1);
+    for (std::size_t i = 0; i + 1 < boundaries.size(); ++i) {
+        const FrameIndex start = std::max<FrameIndex>(0, std::min(boundaries[i], totalFrames));
+        // A repeated or descending pair still yields one frame at its start,
+        // unless the start is past the data, where there is nothing to copy.
+        const FrameIndex end = std::min(std::max(start + 1, std::min(boundaries[i + 1], totalFrames)), totalFrames);
+        ranges.push_back({start, std::max<FrameCount>(end - start, 0)});
+    }
+    return ranges;
+}
+
+std::vector<FrameRange> withoutEmptyRanges(std::vector<FrameRange> ranges) {
+    std::erase_if(ranges, [](const FrameRange& range) { return range.frames == 0; });
+    return ranges;
+}
+
 double drawWeight(ChopModel model, SeededGenerator& rng) {
-    if (model == ChopModel::dice) {
+    if (recipe(model).diceWeights) {
         static constexpr std::array<double, 6> diceFaces{0.5, 0.75, 1.0, 1.25, 1.5, 2.0};
         const double face = rng.randomElement(std::span<const double>(diceFaces));
         return face * rng.randomDoubleClosed(0.8, 1.2);
@@ -34,61 +72,32 @@ double drawWeight(ChopModel model, SeededGenerator& rng) {
 
 } // namespace
 
+std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
+                                    SeededGenerator& rng) {
+    const FrameCount totalFrames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+    switch (recipe(chopModel).cut) {
+    case Cut::even: return evenRanges(totalFrames, sliceCount);
+    case Cut::transient:
+        return withoutEmptyRanges(boundaryRanges(totalFrames, buildTransientBoundaries(wav, sliceCount)));
+    case Cut::stochastic:
+        return withoutEmptyRanges(
+            boundaryRanges(totalFrames, buildStochasticBoundaries(totalFrames, sliceCount, rng, chopModel)));
+    }
+    return {};
+}
+
 std::vector<Slice> createSlices(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
                                 SeededGenerator& rng) {
-    switch (chopModel) {
-    case ChopModel::transient:
-        return withoutEmptySlices(
-            splitSlicesByBoundaries(wav.pcmData, wav.blockAlign, buildTransientBoundaries(wav, sliceCount)));
-    case ChopModel::dice:
-    case ChopModel::swarm: {
-        const FrameCount totalFrames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
-        return withoutEmptySlices(splitSlicesByBoundaries(
-            wav.pcmData, wav.blockAlign, buildStochasticBoundaries(totalFrames, sliceCount, rng, chopModel)));
-    }
-    case ChopModel::grid:
-    case ChopModel::glitch:
-    case ChopModel::pivot:
-    case ChopModel::interlock:
-    case ChopModel::drift:
-    case ChopModel::momentum: break;
-    }
-    return splitSlices(wav.pcmData, wav.blockAlign, sliceCount);
+    return copyRanges(wav.pcmData, wav.blockAlign, sliceRanges(wav, sliceCount, chopModel, rng));
 }
 
 std::vector<Slice> splitSlices(std::span<const std::uint8_t> data, std::int64_t blockAlign, std::int64_t sliceCount) {
-    const FrameCount totalFrames = static_cast<FrameCount>(data.size()) / blockAlign;
-    if (totalFrames < sliceCount)
-        throw audio::AppError::invalidWav("Input loop too short for " + std::to_string(sliceCount) + " slices.");
-    const FrameCount framesPerSlice = sliceCount > 0 ? totalFrames / sliceCount : 0;
-    if (framesPerSlice < 1)
-        throw audio::AppError::invalidWav("Calculated zero-length slices.");
-
-    std::vector<Slice> slices;
-    slices.reserve(static_cast<std::size_t>(sliceCount));
-    for (std::int64_t i = 0; i < sliceCount; ++i) {
-        const FrameIndex end = i == sliceCount - 1 ? totalFrames : (i + 1) * framesPerSlice;
-        slices.push_back(copyFrames(data, blockAlign, i * framesPerSlice, end));
-    }
-    return slices;
+    return copyRanges(data, blockAlign, evenRanges(static_cast<FrameCount>(data.size()) / blockAlign, sliceCount));
 }
 
 std::vector<Slice> splitSlicesByBoundaries(std::span<const std::uint8_t> data, std::int64_t blockAlign,
                                            const Boundaries& boundaries) {
-    if (boundaries.size() < 2)
-        return {};
-    const FrameCount totalFrames = static_cast<FrameCount>(data.size()) / blockAlign;
-
-    std::vector<Slice> slices;
-    slices.reserve(boundaries.size() - 1);
-    for (std::size_t i = 0; i + 1 < boundaries.size(); ++i) {
-        const FrameIndex start = std::max<FrameIndex>(0, std::min(boundaries[i], totalFrames));
-        // A repeated or descending pair still yields one frame at its start,
-        // unless the start is past the data, where there is nothing to copy.
-        const FrameIndex end = std::min(std::max(start + 1, std::min(boundaries[i + 1], totalFrames)), totalFrames);
-        slices.push_back(start < end ? copyFrames(data, blockAlign, start, end) : Slice{});
-    }
-    return slices;
+    return copyRanges(data, blockAlign, boundaryRanges(static_cast<FrameCount>(data.size()) / blockAlign, boundaries));
 }
 
 Boundaries buildStochasticBoundaries(FrameCount totalFrames, std::int64_t sliceCount, SeededGenerator& rng,

@@ -21,6 +21,19 @@ using Slice = Bytes;
 /// delimits one slice.
 using Boundaries = std::vector<FrameIndex>;
 
+/// A run of whole frames of one source.
+struct FrameRange {
+    FrameIndex start = 0;
+    FrameCount frames = 0;
+
+    bool operator==(const FrameRange&) const = default;
+};
+
+/// Where `createSlices` cuts, without copying a byte: the same ranges, in the
+/// same order, from the same draws. Throws what `splitSlices` throws.
+std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
+                                    SeededGenerator& rng);
+
 /// Cuts one source by `chopModel`: an even split for Grid, Glitch, Pivot,
 /// Interlock, Drift and Momentum; at the hits for Transient; at drawn
 /// boundaries for Dice and Swarm, the only models that advance `rng`.

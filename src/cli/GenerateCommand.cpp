@@ -104,10 +104,7 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
 
     untickUnpicked(app, options.picks);
     app.setOutputDir(options.outputDir);
-    app.exportSelected();
-    // Export reports only through the status line; its fixed success text is
-    // the one sign that every file was written.
-    if (!app.status().starts_with("Exported "))
+    if (!app.exportSelected().exported)
         return reportFailure(err, app.status());
     return exitSuccess;
 }

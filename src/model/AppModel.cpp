@@ -4,6 +4,8 @@
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Manifest.hpp"
+#include "model/Sha256.hpp"
 #include "model/UnicodeOrder.hpp"
 
 #include <algorithm>
@@ -33,6 +35,13 @@ std::string joinPath(const std::string& folder, const std::string& name) {
     return folder + separator + name;
 }
 
+// The manifest of a window export sits beside the variations, named after
+// their shared stem and model.
+std::string manifestName(const RunRecord& run) {
+    const std::string first = variationName(fileName(run.request.selectedPath), run.request.chopModel, 1);
+    return first.substr(0, first.size() - std::string_view("01.wav").size()) + "_manifest.json";
+}
+
 } // namespace
 
 void ensureDirectoryExists(const std::string& path, const std::string& homeFolder) {
@@ -51,6 +60,7 @@ AppModel::AppModel(Platform platform)
       }) {
     sourceDir_ = platform_.settings.string(sourceDirKey).value_or(expanded(defaultSourceDir));
     outputDir_ = platform_.settings.string(outputDirKey).value_or(expanded(defaultOutputDir));
+    exportManifest_ = platform_.settings.string(exportManifestKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     refreshFiles();
@@ -89,6 +99,11 @@ void AppModel::setChopModel(chop::ChopModel value) { write(chopModel_, value, Fi
 void AppModel::setMashupMode(bool value) { write(mashupMode_, value, Field::mashupMode); }
 void AppModel::setSeedText(std::string value) { write(seedText_, std::move(value), Field::seedText); }
 void AppModel::setGlitchAmount(double value) { write(glitchAmount_, value, Field::glitchAmount); }
+
+void AppModel::setExportManifest(bool value) {
+    write(exportManifest_, value, Field::exportManifest);
+    platform_.settings.setString(exportManifestKey, value ? "true" : "false");
+}
 
 void AppModel::setMasterVolume(double value) {
     write(masterVolume_, value, Field::masterVolume);
@@ -246,7 +261,7 @@ void AppModel::generate() {
         .selectedPath = *selectedFile_,
         .sliceCount = slices_,
         .chopModel = chopModel_,
-        .variationCount = versions_,
+        .versions = versions_,
         .glitchAmount = glitchAmount_,
     };
     // A worker that cannot start must not leave the model busy for good.
@@ -266,7 +281,7 @@ void AppModel::startGeneration(GenerationRequest request) {
         try {
             auto result = std::make_shared<GenerationResult>(runGeneration(request, unixSeconds, randomUuid));
             const std::string summary = "Generated " + std::to_string(result->loops.size()) + " preview loop(s) "
-                                        + (request.mashupMode ? "from " + std::to_string(result->sourceCount)
+                                        + (request.mashupMode ? "from " + std::to_string(result->run.sources.size())
                                                                     + " source files"
                                                               : std::string("from 1 source file"))
                                         + " using " + std::string(chop::label(request.chopModel)) + " chop model.";
@@ -285,6 +300,7 @@ void AppModel::startGeneration(GenerationRequest request) {
 }
 
 void AppModel::handBack(GenerationResult result, std::string summary) {
+    write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
     write(generatedLoops_, std::move(result.loops), Field::generatedLoops);
     setStatus(std::move(summary));
@@ -298,30 +314,45 @@ void AppModel::handBackError(std::string message) {
 
 // Export --------------------------------------------------------------------
 
-void AppModel::exportSelected() {
+AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string>& manifestPath) {
+    ExportOutcome outcome;
     if (!sourceWavData_) {
         setStatus("Load a source loop first.");
-        return;
+        return outcome;
     }
-    std::vector<const GeneratedLoop*> selected;
-    for (const GeneratedLoop& loop : generatedLoops_)
-        if (loop.isSelected)
-            selected.push_back(&loop);
+    std::vector<ExportedVariation> selected;
+    for (std::size_t i = 0; i < generatedLoops_.size(); ++i)
+        if (generatedLoops_[i].isSelected)
+            selected.push_back({static_cast<std::int64_t>(i + 1), &generatedLoops_[i], {}});
     if (selected.empty()) {
         setStatus("No generated loops selected for export.");
-        return;
+        return outcome;
     }
     setOutputDir(expanded(outputDir_));
+    const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
     try {
         createFolder(outputDir_);
-        for (const GeneratedLoop* loop : selected)
-            writeFileAtomically(joinPath(outputDir_, loop->name),
-                                audio::buildWavFileData(*sourceWavData_, loop->pcmData));
+        for (ExportedVariation& variation : selected) {
+            const std::string path = joinPath(outputDir_, variation.loop->name);
+            const audio::Bytes bytes = audio::buildWavFileData(*sourceWavData_, variation.loop->pcmData);
+            writeFileAtomically(path, bytes);
+            outcome.files.push_back(path);
+            if (withManifest)
+                variation.sha256 = sha256Hex(bytes);
+        }
+        if (withManifest) {
+            const std::string path = manifestPath ? *manifestPath : joinPath(outputDir_, manifestName(*lastRun_));
+            const std::string json = manifestJson(*lastRun_, selected);
+            writeFileAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
+            outcome.manifest = path;
+        }
     } catch (const std::exception& error) {
         setStatus(std::string("Export failed: ") + error.what());
-        return;
+        return outcome;
     }
     setStatus("Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_);
+    outcome.exported = true;
+    return outcome;
 }
 
 void AppModel::toggleSelection(const playback::Uuid& id, bool isSelected) {

@@ -29,13 +29,21 @@ public:
     enum class Field {
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
-        sourceWavData, generatedLoops, playingTarget, playbackProgress,
+        sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
+    };
+
+    /// What Export Selected did, for callers that need more than the status line.
+    struct ExportOutcome {
+        bool exported = false;                ///< every ticked variation (and the manifest, if asked) written
+        std::vector<std::string> files;       ///< the audio files written, in order, also before a failure
+        std::optional<std::string> manifest;  ///< the manifest written, if any
     };
 
     static constexpr const char* sourceDirKey = "marquetry.defaultSourceDir";
     static constexpr const char* outputDirKey = "marquetry.defaultOutputDir";
     static constexpr const char* defaultSourceDir = "~/Music/Marquetry/Source";
     static constexpr const char* defaultOutputDir = "~/Music/Marquetry/Output";
+    static constexpr const char* exportManifestKey = "marquetry.option.exportManifest";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -69,6 +77,10 @@ public:
     const std::vector<GeneratedLoop>& generatedLoops() const { return generatedLoops_; }
     const std::optional<playback::PlaybackTarget>& playingTarget() const { return preview_.playingTarget(); }
     const std::optional<double>& playbackProgress() const { return preview_.playbackProgress(); }
+    /// The last run that succeeded: its request, the seed it used, its sources and pool.
+    const std::optional<RunRecord>& lastRun() const { return lastRun_; }
+    /// Export option: write a manifest of the run beside the exported files.
+    bool exportManifest() const { return exportManifest_; }
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -80,6 +92,8 @@ public:
     void setMashupMode(bool value);
     void setSeedText(std::string value);
     void setGlitchAmount(double value);
+    /// Also stores the choice in the settings, for the next launch.
+    void setExportManifest(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -99,8 +113,19 @@ public:
     void toggleMashupMembership(const std::string& file, bool include);
 
     // Generation and export.
+    /// Main thread. Refuses with a status and returns at once when busy, with
+    /// no selection, or with slices < 4 or versions < 1; otherwise sets
+    /// isGenerating, stops the preview, reports "Generating previews..." and
+    /// starts one worker on a copy of the settings. Its hand-back, on the
+    /// main thread, writes lastRun, sourceWavData, generatedLoops, status and
+    /// clears isGenerating, or on failure writes only status ("Error: ...").
     void generate();
-    void exportSelected();
+    /// Main thread. Writes every ticked variation into outputDir (expanded
+    /// and written back), then, when `manifestPath` is given or the
+    /// exportManifest option is on, the run's manifest (to `manifestPath`, or
+    /// beside the files). Reports "Exported N loop(s) to DIR" or the refusal
+    /// or "Export failed: ..." in status, and returns the same as a value.
+    ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt);
     void toggleSelection(const playback::Uuid& id, bool isSelected);
 
     // Preview.
@@ -139,6 +164,8 @@ private:
     std::vector<double> sourceWaveform_;
     std::optional<audio::WavData> sourceWavData_;
     std::vector<GeneratedLoop> generatedLoops_;
+    std::optional<RunRecord> lastRun_;
+    bool exportManifest_ = false;
     playback::PreviewSession preview_;
 
     // Hand-backs queued by a run check this before touching a model that the

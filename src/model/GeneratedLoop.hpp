@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/WavData.hpp"
+#include "chop/VariationPlan.hpp"
 #include "playback/PlaybackTarget.hpp"
 
 #include <string>
@@ -15,6 +16,8 @@ struct GeneratedLoop {
     audio::Bytes pcmData;     ///< interleaved PCM in the run's reference format
     std::vector<double> waveform;
     bool isSelected = true;   ///< ticked for export
+    /// Where each slice came from and landed, in playing order; they tile pcmData.
+    std::vector<chop::Placement> placements;
 
     bool operator==(const GeneratedLoop&) const = default;
 };

@@ -3,10 +3,8 @@
 #include "audio/AppError.hpp"
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
-#include "chop/GlitchEffects.hpp"
-#include "chop/PatternGenerators.hpp"
-#include "chop/Slicing.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Sha256.hpp"
 #include "model/UnicodeOrder.hpp"
 
 #include <cstdio>
@@ -31,51 +29,59 @@ std::vector<std::string> sourceList(const GenerationRequest& request) {
 
 } // namespace
 
-GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid) {
-    chop::SeededGenerator rng(chop::resolveSeed(request.seedText, unixSeconds()));
+bool RunRecord::seedFromClock() const {
+    return !chop::seedFromText(request.seedText).has_value();
+}
 
-    const std::vector<std::string> sources = sourceList(request);
-    if (sources.empty() || sources.front().empty())
+GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads) {
+    GenerationResult result;
+    result.run.request = request;
+    result.run.seed = chop::resolveSeed(request.seedText, unixSeconds());
+    chop::SeededGenerator rng(result.run.seed);
+
+    const std::vector<std::string> paths = sourceList(request);
+    if (paths.empty() || paths.front().empty())
         throw audio::AppError::io("No source files available.");
 
-    GenerationResult result;
-    result.sourceCount = sources.size();
-    result.reference = audio::loadWav(sources.front());
-
-    // Every source is decoded again, the reference too, so the run always
-    // cuts what is on disk now and its draws follow the source order.
-    std::vector<chop::Slice> pool;
-    for (const std::string& path : sources) {
-        const audio::WavData wav = audio::loadWav(path);
-        auto slices = chop::createSlices(wav, request.sliceCount, request.chopModel, rng);
-        pool.insert(pool.end(), std::make_move_iterator(slices.begin()), std::make_move_iterator(slices.end()));
+    const chop::PlanSettings settings{
+        .sliceCount = request.sliceCount,
+        .chopModel = request.chopModel,
+        .variationCount = request.versions,
+        .glitchAmount = request.glitchAmount,
+    };
+    // Each source is cut as soon as it is decoded, so a failure reports the
+    // first source that fails, whether in decoding or in slicing. The first
+    // source is the reference: its format is the variations' format.
+    std::vector<audio::WavData> sources;
+    sources.reserve(paths.size());
+    for (const std::string& path : paths) {
+        const audio::Bytes image = audio::readWholeFile(path);
+        audio::WavData wav = audio::parseWav(image);
+        result.run.sources.push_back({path, sha256Hex(image),
+                                      audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate,
+                                                     wav.blockAlign, wav.bitsPerSample, {}},
+                                      audio::frameCount(wav.pcmData.size(), wav.blockAlign)});
+        sources.push_back(std::move(wav));
+        chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
+                           rng);
     }
-    if (pool.empty())
-        throw audio::AppError::io("Could not create slices from selected source audio.");
+    std::vector<chop::VariationPlan> plans = chop::planVariations(result.run.pool, sources, settings, rng);
 
-    const auto poolSize = static_cast<std::int64_t>(pool.size());
+    std::vector<chop::RenderedVariation> rendered =
+        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, threads);
     const std::string selectedName = fileName(request.selectedPath);
-    const bool glitch = request.chopModel == chop::ChopModel::glitch;
-    result.loops.reserve(static_cast<std::size_t>(std::max<std::int64_t>(request.variationCount, 0)));
-    for (std::int64_t k = 1; k <= request.variationCount; ++k) {
+    result.loops.reserve(rendered.size());
+    for (std::size_t i = 0; i < rendered.size(); ++i) {
         GeneratedLoop loop;
-        loop.pcmData.reserve(result.reference.pcmData.size());
-        for (const std::int64_t index : chop::generatePattern(request.chopModel, poolSize, rng)) {
-            const chop::Slice& slice = pool[static_cast<std::size_t>(index)];
-            if (glitch) {
-                const audio::Bytes processed =
-                    chop::applyGlitchEffects(slice, result.reference, request.glitchAmount, rng);
-                loop.pcmData.insert(loop.pcmData.end(), processed.begin(), processed.end());
-            } else {
-                loop.pcmData.insert(loop.pcmData.end(), slice.begin(), slice.end());
-            }
-        }
-        loop.name = variationName(selectedName, request.chopModel, k);
-        loop.waveform = audio::waveformEnvelope(result.reference, loop.pcmData, envelopePoints);
+        loop.name = variationName(selectedName, request.chopModel, static_cast<std::int64_t>(i + 1));
+        loop.pcmData = std::move(rendered[i].pcm);
+        loop.waveform = std::move(rendered[i].waveform);
+        loop.placements = std::move(plans[i].placements);
         loop.id = randomUuid();
         result.loops.push_back(std::move(loop));
     }
+    result.reference = std::move(sources.front());
     return result;
 }
 

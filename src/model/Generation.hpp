@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chop/ChopModel.hpp"
+#include "chop/VariationPlan.hpp"
 #include "model/GeneratedLoop.hpp"
 
 #include <cstdint>
@@ -21,22 +22,49 @@ struct GenerationRequest {
     std::string selectedPath;
     std::int64_t sliceCount = 16;
     chop::ChopModel chopModel = chop::ChopModel::grid;
-    std::int64_t variationCount = 10;
+    std::int64_t versions = 10; ///< how many variations
     double glitchAmount = 0.55;
+
+    bool operator==(const GenerationRequest&) const = default;
+};
+
+/// A source as a run read it.
+struct SourceRecord {
+    std::string path;
+    std::string sha256;    ///< of the file's bytes as read
+    audio::WavData format; ///< the six format fields; no PCM
+    audio::FrameCount frames = 0;
+
+    bool operator==(const SourceRecord&) const = default;
+};
+
+/// What is known of a finished run apart from its variations: enough to
+/// describe it, and to run it again to the same bytes.
+struct RunRecord {
+    GenerationRequest request;
+    std::uint64_t seed = 0; ///< the seed actually used, after the clock if it decided
+    std::vector<SourceRecord> sources;
+    std::vector<chop::PoolSlice> pool;
+
+    /// True when the seed text was not a whole number, so the clock chose.
+    bool seedFromClock() const;
+
+    bool operator==(const RunRecord&) const = default;
 };
 
 struct GenerationResult {
+    RunRecord run;
     audio::WavData reference; ///< the first source, with its own PCM
     std::vector<GeneratedLoop> loops;
-    std::size_t sourceCount = 0;
 };
 
-/// Decodes the sources, slices them into one pool and builds the variations,
-/// all from one seeded generator, so equal requests and seeds give equal
-/// bytes. Throws AppError or the reader's file errors; any failure abandons
-/// the whole run. Reads only its arguments: safe on a worker thread.
+/// Decodes the sources, slices them into one pool, plans every variation
+/// from one seeded generator, then renders them on up to `threads` threads
+/// (0: one per core); equal requests and seeds give equal bytes whatever the
+/// thread count. Throws AppError or the reader's file errors; any failure
+/// abandons the whole run. Reads only its arguments: safe on a worker thread.
 GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid);
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0);
 
 /// The name of variation `number` (from 1) of a run on the selected file
 /// `selectedFileName`: its stem cut down to A-Z a-z 0-9 _ - (or "source"),

@@ -478,7 +478,9 @@ void ContentView::redraw(Field field) {
     }
     case Field::isGenerating: redrawGenerateButton(); break;
     case Field::sourceWaveform: sourceWaveform_->setWaveform(std::span<const double>(m.sourceWaveform())); break;
-    case Field::sourceWavData: break;
+    case Field::sourceWavData:
+    case Field::lastRun:
+    case Field::exportManifest: break;
     case Field::generatedLoops:
         redrawLoopRows();
         redrawSelectionButtons();

@@ -1,9 +1,8 @@
 // The engine on real drum breaks, converted from FLAC by the build.
 #include "audio/WavReader.hpp"
-#include "chop/GlitchEffects.hpp"
-#include "chop/PatternGenerators.hpp"
 #include "chop/Slicing.hpp"
 #include "chop/TransientDetection.hpp"
+#include "chop/VariationPlan.hpp"
 
 #include <gtest/gtest.h>
 
@@ -20,22 +19,16 @@ audio::WavData loadLoop(const std::string& name) {
 const char* const allLoops[] = {"amen_s16.wav", "amen_s24.wav", "amen_s32.wav", "amen_f32.wav",
                                 "amen_mono_s16.wav", "breakbeat_s16.wav"};
 
-// Variations as a Generate run builds them: one generator, every source
-// sliced first, then per variation its pattern and, for Glitch, the effects
-// of each placed slice in playing order.
-std::vector<Bytes> variations(const audio::WavData& wav, ChopModel model, std::uint64_t seed, int count) {
+// Variations as a Generate run builds them: planned from one generator,
+// then rendered.
+std::vector<Bytes> variations(const audio::WavData& wav, ChopModel model, std::uint64_t seed, int count,
+                              unsigned threads = 1) {
     SeededGenerator rng(seed);
-    const auto slices = createSlices(wav, 16, model, rng);
+    const std::vector<audio::WavData> sources{wav};
+    const RunPlan plan = planRun(sources, {16, model, count, 0.55}, rng);
     std::vector<Bytes> result;
-    for (int v = 0; v < count; ++v) {
-        Bytes pcm;
-        for (const std::int64_t index : generatePattern(model, static_cast<std::int64_t>(slices.size()), rng)) {
-            const Slice& slice = slices[static_cast<std::size_t>(index)];
-            const Bytes placed = model == ChopModel::glitch ? applyGlitchEffects(slice, wav, 0.55, rng) : slice;
-            pcm.insert(pcm.end(), placed.begin(), placed.end());
-        }
-        result.push_back(std::move(pcm));
-    }
+    for (RenderedVariation& variation : renderVariations(plan.variations, plan.pool, sources, 1000, threads))
+        result.push_back(std::move(variation.pcm));
     return result;
 }
 
@@ -76,12 +69,47 @@ TEST(RealLoops, TransientBoundariesFallOnHits) {
     }
 }
 
-TEST(RealLoops, SameSeedGivesTheSameBytesAndAnotherSeedDoesNot) {
+TEST(RealLoops, SameSeedGivesTheSameBytesOnAnyThreadCountAndAnotherSeedDoesNot) {
     const auto wav = loadLoop("amen_s16.wav");
     for (const ChopModel model : allChopModels) {
-        const auto first = variations(wav, model, 1234, 4);
-        EXPECT_EQ(first, variations(wav, model, 1234, 4)) << label(model);
-        EXPECT_NE(first, variations(wav, model, 1235, 4)) << label(model);
+        const auto first = variations(wav, model, 1234, 7);
+        EXPECT_EQ(first, variations(wav, model, 1234, 7, 4)) << label(model);
+        EXPECT_NE(first, variations(wav, model, 1235, 7)) << label(model);
+    }
+}
+
+// Whatever a consumer reads off the plan (markers, MIDI, a manifest) must be
+// where the bytes really are: each placement holds exactly the bytes of its
+// pool slice, treated as planned, at its offset.
+TEST(RealLoops, PlacementsTileEachVariationWithTheBytesOfTheirSlices) {
+    const std::vector<audio::WavData> sources{loadLoop("amen_s16.wav"), loadLoop("breakbeat_s16.wav")};
+    for (const ChopModel model : allChopModels) {
+        SeededGenerator rng(99);
+        const RunPlan plan = planRun(sources, {12, model, 3, 0.9}, rng);
+        for (const PoolSlice& slice : plan.pool) {
+            const auto& source = sources[static_cast<std::size_t>(slice.source)];
+            ASSERT_TRUE(slice.frames > 0 && slice.start >= 0) << label(model);
+            ASSERT_LE(slice.start + slice.frames, audio::frameCount(source.pcmData.size(), source.blockAlign));
+        }
+        for (const VariationPlan& variation : plan.variations) {
+            const Bytes pcm = renderVariation(variation, plan.pool, sources);
+            ASSERT_EQ(static_cast<std::int64_t>(pcm.size()), variation.byteCount) << label(model);
+            std::int64_t next = 0;
+            for (const Placement& placement : variation.placements) {
+                ASSERT_EQ(placement.byteOffset, next) << label(model);
+                ASSERT_EQ(placement.byteCount % sources[0].blockAlign, 0) << label(model);
+                const PoolSlice& slice = plan.pool[static_cast<std::size_t>(placement.slice)];
+                const auto& source = sources[static_cast<std::size_t>(slice.source)];
+                const auto from = source.pcmData.begin() + slice.start * source.blockAlign;
+                const Bytes treated = applyGlitchTreatment(
+                    std::span(from, from + slice.frames * source.blockAlign), placement.treatment, sources[0]);
+                ASSERT_TRUE(std::equal(treated.begin(), treated.end(), pcm.begin() + placement.byteOffset,
+                                       pcm.begin() + placement.byteOffset + placement.byteCount))
+                    << label(model);
+                next += placement.byteCount;
+            }
+            EXPECT_EQ(next, variation.byteCount);
+        }
     }
 }
 

@@ -28,7 +28,8 @@ TEST_F(AppModelGeneration, OneRunAtATimeWithTheBusyFlagUpUntilTheHandBack) {
 
     changes.clear();
     tasks.runMain();
-    EXPECT_THAT(changes, ElementsAre(Field::sourceWavData, Field::generatedLoops, Field::status, Field::isGenerating));
+    EXPECT_THAT(changes, ElementsAre(Field::lastRun, Field::sourceWavData, Field::generatedLoops, Field::status,
+                                     Field::isGenerating));
     EXPECT_EQ(m.status(), "Generated 10 preview loop(s) from 1 source file using Grid chop model.");
     ASSERT_EQ(m.generatedLoops().size(), 10u);
     EXPECT_TRUE(m.generatedLoops()[9].isSelected && !m.generatedLoops()[9].waveform.empty());

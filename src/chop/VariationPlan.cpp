@@ -1,0 +1,144 @@
+#include "chop/VariationPlan.hpp"
+
+#include "audio/AppError.hpp"
+#include "audio/WaveformEnvelope.hpp"
+#include "chop/ChopRecipe.hpp"
+#include "chop/PatternGenerators.hpp"
+#include "chop/Slicing.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace marquetry::chop {
+namespace {
+
+std::span<const std::uint8_t> sliceBytes(const PoolSlice& slice, std::span<const audio::WavData> sources) {
+    const audio::WavData& source = sources[static_cast<std::size_t>(slice.source)];
+    return std::span(source.pcmData)
+        .subspan(static_cast<std::size_t>(slice.start) * source.blockAlign,
+                 static_cast<std::size_t>(slice.frames) * source.blockAlign);
+}
+
+// Runs work(0) ... work(count - 1), each exactly once, on up to `threads`
+// threads that take the next index as they come free. The first failure
+// stops the hand-out of new indices and is rethrown here.
+void forEachIndex(std::size_t count, unsigned threads, const std::function<void(std::size_t)>& work) {
+    if (threads == 0)
+        threads = std::max(1u, std::thread::hardware_concurrency());
+    threads = static_cast<unsigned>(std::min<std::size_t>(threads, count));
+    if (threads <= 1) {
+        for (std::size_t i = 0; i < count; ++i)
+            work(i);
+        return;
+    }
+
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> failed{false};
+    std::exception_ptr failure;
+    std::mutex failureMutex;
+    const auto worker = [&] {
+        for (std::size_t i = next++; i < count && !failed; i = next++) {
+            try {
+                work(i);
+            } catch (...) {
+                const std::lock_guard lock(failureMutex);
+                if (!failure)
+                    failure = std::current_exception();
+                failed = true;
+            }
+        }
+    };
+    {
+        // This thread works too, so `threads` counts it.
+        std::vector<std::jthread> helpers;
+        helpers.reserve(threads - 1);
+        for (unsigned t = 1; t < threads; ++t)
+            helpers.emplace_back(worker);
+        worker();
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+} // namespace
+
+void appendToPool(std::vector<PoolSlice>& pool, std::int64_t sourceIndex, const audio::WavData& source,
+                  const PlanSettings& settings, SeededGenerator& rng) {
+    for (const FrameRange& range : sliceRanges(source, settings.sliceCount, settings.chopModel, rng))
+        pool.push_back({sourceIndex, range.start, range.frames});
+}
+
+std::vector<VariationPlan> planVariations(std::span<const PoolSlice> pool, std::span<const audio::WavData> sources,
+                                          const PlanSettings& settings, SeededGenerator& rng) {
+    if (pool.empty())
+        throw audio::AppError::io("Could not create slices from selected source audio.");
+    const audio::WavData& format = sources.front();
+    const bool glitch = recipe(settings.chopModel).glitchEffects;
+    const auto poolSize = static_cast<std::int64_t>(pool.size());
+
+    std::vector<VariationPlan> variations;
+    variations.reserve(static_cast<std::size_t>(std::max<std::int64_t>(settings.variationCount, 0)));
+    for (std::int64_t k = 0; k < settings.variationCount; ++k) {
+        VariationPlan variation;
+        variation.placements.reserve(pool.size());
+        for (const std::int64_t index : generatePattern(settings.chopModel, poolSize, rng)) {
+            const PoolSlice& slice = pool[static_cast<std::size_t>(index)];
+            Placement placement{.slice = index, .byteOffset = variation.byteCount, .byteCount = 0, .treatment = {}};
+            const std::size_t bytes = sliceBytes(slice, sources).size();
+            if (glitch) {
+                placement.treatment = drawGlitchTreatment(bytes, format, settings.glitchAmount, rng);
+                placement.byteCount = static_cast<std::int64_t>(treatedSize(bytes, placement.treatment, format));
+            } else {
+                placement.byteCount = static_cast<std::int64_t>(bytes);
+            }
+            variation.byteCount += placement.byteCount;
+            variation.placements.push_back(placement);
+        }
+        variations.push_back(std::move(variation));
+    }
+    return variations;
+}
+
+RunPlan planRun(std::span<const audio::WavData> sources, const PlanSettings& settings, SeededGenerator& rng) {
+    RunPlan plan;
+    for (std::size_t i = 0; i < sources.size(); ++i)
+        appendToPool(plan.pool, static_cast<std::int64_t>(i), sources[i], settings, rng);
+    plan.variations = planVariations(plan.pool, sources, settings, rng);
+    return plan;
+}
+
+Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice> pool,
+                      std::span<const audio::WavData> sources) {
+    // Reserved at the planned size, so the buffer is allocated once and each
+    // page is first touched by the copy that fills it.
+    Bytes pcm;
+    pcm.reserve(static_cast<std::size_t>(variation.byteCount));
+    for (const Placement& placement : variation.placements) {
+        const auto bytes = sliceBytes(pool[static_cast<std::size_t>(placement.slice)], sources);
+        if (placement.treatment == GlitchTreatment{}) {
+            pcm.insert(pcm.end(), bytes.begin(), bytes.end());
+        } else {
+            const Bytes treated = applyGlitchTreatment(bytes, placement.treatment, sources.front());
+            pcm.insert(pcm.end(), treated.begin(), treated.end());
+        }
+    }
+    return pcm;
+}
+
+std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
+                                                std::span<const PoolSlice> pool,
+                                                std::span<const audio::WavData> sources, std::int64_t envelopePoints,
+                                                unsigned threads) {
+    std::vector<RenderedVariation> rendered(variations.size());
+    forEachIndex(rendered.size(), threads, [&](std::size_t i) {
+        rendered[i].pcm = renderVariation(variations[i], pool, sources);
+        rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
+    });
+    return rendered;
+}
+
+} // namespace marquetry::chop

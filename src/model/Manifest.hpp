@@ -1,0 +1,44 @@
+#pragma once
+
+#include "model/GeneratedLoop.hpp"
+#include "model/Generation.hpp"
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace marquetry::model {
+
+/// A variation as export wrote it, for the manifest.
+struct ExportedVariation {
+    std::int64_t number = 0;           ///< its place in the run, from 1
+    const GeneratedLoop* loop = nullptr;
+    std::string sha256;                ///< of the file export wrote
+};
+
+/// A manifest read back: the run it describes and which variations were kept.
+struct Manifest {
+    RunRecord run;                      ///< request, seed and sources; no pool
+    std::vector<std::int64_t> numbers;  ///< the exported variations, ascending
+};
+
+/// A manifest that cannot be used; what() is a sentence for the user.
+class ManifestError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The JSON text describing `run` and its exported variations: the settings
+/// with the seed actually used, every source with its SHA-256 and format,
+/// every exported variation with its file's SHA-256 and its placements.
+/// Frames are counted in the format of the run's first source. Pure.
+std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported);
+
+/// Reads a manifest written by manifestJson. Throws ManifestError naming
+/// what is wrong; never lets a parser's own text through.
+Manifest parseManifest(std::string_view text);
+
+} // namespace marquetry::model
