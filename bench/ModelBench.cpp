@@ -10,6 +10,7 @@
 #include "model/AppModel.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Generation.hpp"
+#include "chop/VariationPlan.hpp"
 
 #include "../tests/model/PlatformFakes.hpp"
 #include "../tests/playback/FakeAudioOutput.hpp"
@@ -92,14 +93,26 @@ void memcpyIntoNewMemory(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
+// state.range(0) threads render; 0 means one per core, as the product runs.
 void generation(benchmark::State& state) {
     std::int64_t bytes = 0;
     for (auto _ : state) {
-        const auto result = model::runGeneration(gridRequest(), unixSeconds, counterUuid);
+        const auto result =
+            model::runGeneration(gridRequest(), unixSeconds, counterUuid, static_cast<unsigned>(state.range(0)));
         bytes = outputBytes(result);
         benchmark::DoNotOptimize(result.loops.data());
     }
     state.SetBytesProcessed(state.iterations() * bytes);
+}
+
+// Every draw of the same run and no byte: what rendering leaves to be paid.
+void planning(benchmark::State& state, const audio::WavData& loop) {
+    const std::vector<audio::WavData> sources{loop};
+    for (auto _ : state) {
+        chop::SeededGenerator rng(1);
+        const auto plan = chop::planRun(sources, {slices, chop::ChopModel::grid, variations, 0.55}, rng);
+        benchmark::DoNotOptimize(plan.variations.data());
+    }
 }
 
 void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder) {
@@ -254,11 +267,14 @@ int main(int argc, char** argv) {
         const std::int64_t runBytes = outputBytes(model::runGeneration(gridRequest(), unixSeconds, counterUuid));
 
         benchmark::RegisterBenchmark("BM_Generation/Grid/128slices/100variations", generation)
-            ->Unit(benchmark::kMillisecond);
+            ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark("BM_Planning/Grid/128slices/100variations", [&](benchmark::State& s) {
+            planning(s, loop);
+        })->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark("BM_MemcpyOutputBytes", bench::memcpyBaseline)
             ->Arg(runBytes)->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark("BM_MemcpyOutputBytesIntoNewMemory", memcpyIntoNewMemory)
-            ->Arg(runBytes)->Unit(benchmark::kMillisecond);
+            ->Arg(runBytes)->Unit(benchmark::kMillisecond)->UseRealTime();
 
         benchmark::RegisterBenchmark("BM_ExportSelected/100files", [](benchmark::State& s) {
             auto& setup = ExportSetup::shared();

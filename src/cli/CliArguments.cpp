@@ -2,11 +2,12 @@
 
 #include "model/FileSystem.hpp"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <set>
 #include <string_view>
 #include <system_error>
 
@@ -75,9 +76,69 @@ std::optional<std::vector<std::int64_t>> parsePicks(std::string_view text) {
     return picks;
 }
 
-// The model lists a folder as the folder joined with each entry's name, so a
-// file only matches an entry when written absolute and without "." or "..".
-std::optional<fs::path> normalFilePath(const std::string& text) {
+std::string inQuotes(const std::string& text) {
+    return "'" + text + "'";
+}
+
+// The values as typed; CLI11 decides which options exist, how often they
+// may come and in which forms, and the checks below turn text into values.
+struct TypedGenerate {
+    std::string source;
+    std::vector<std::string> mashup;
+    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest;
+    std::string output;
+};
+
+CLI::Option* valueOption(CLI::App& command, const std::string& name, std::optional<std::string>& value) {
+    return command.add_option_function<std::string>(name, [&value](const std::string& text) { value = text; });
+}
+
+std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& options) {
+    const auto malformed = [](const std::string& name, const std::string& value, const std::string& expected) {
+        return name + " expects " + expected + ", not " + inQuotes(value);
+    };
+    if (typed.slices && !(options.slices = parseInteger(*typed.slices)))
+        return malformed("--slices", *typed.slices, "a whole number");
+    if (typed.variations && !(options.versions = parseInteger(*typed.variations)))
+        return malformed("--variations", *typed.variations, "a whole number");
+    if (typed.model && !(options.chopModel = parseChopModel(*typed.model)))
+        return malformed("--model", *typed.model, "one of " + chopModelLabels());
+    options.seedText = typed.seed;
+    if (typed.glitch && !(options.glitchAmount = parseReal(*typed.glitch)))
+        return malformed("--glitch", *typed.glitch, "a finite number");
+    if (typed.pick) {
+        const auto picks = parsePicks(*typed.pick);
+        if (!picks)
+            return malformed("--pick", *typed.pick, "'all' or variation numbers from 1, such as 1,3,5");
+        options.picks = *picks;
+    }
+    if (typed.output.empty())
+        return std::string("--output needs a folder");
+    options.outputDir = typed.output;
+    options.manifestPath = typed.manifest;
+
+    const auto source = normalFilePath(typed.source);
+    if (!source)
+        return "--source needs a file, not " + inQuotes(typed.source);
+    options.sourceFile = *source;
+    const fs::path sourceFolder = model::pathFromText(*source).parent_path();
+    for (const std::string& file : typed.mashup) {
+        const auto member = normalFilePath(file);
+        if (!member)
+            return "--mashup needs a file, not " + inQuotes(file);
+        // The window can only check files it lists, which are the source
+        // folder's; the command line offers no more than that.
+        if (model::pathFromText(*member).parent_path() != sourceFolder)
+            return "--mashup file " + inQuotes(file) + " is not in the source folder "
+                   + inQuotes(model::pathText(sourceFolder));
+        options.mashupFiles.push_back(*member);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::string> normalFilePath(const std::string& text) {
     if (text.empty())
         return std::nullopt;
     std::error_code error;
@@ -87,130 +148,84 @@ std::optional<fs::path> normalFilePath(const std::string& text) {
     fs::path normal = absolute.lexically_normal();
     if (!normal.has_filename())
         return std::nullopt;
-    return normal;
+    return model::pathText(normal);
 }
-
-std::string inQuotes(const std::string& text) {
-    return "'" + text + "'";
-}
-
-CliArguments commandOnly(CliArguments::Command command) {
-    CliArguments arguments;
-    arguments.command = command;
-    return arguments;
-}
-
-constexpr std::string_view valueOptions[] = {"--source", "--mashup",  "--slices", "--variations", "--model",
-                                             "--seed",   "--glitch", "--output", "--pick"};
-
-std::optional<std::string> applyOption(GenerateOptions& options, std::string_view name, const std::string& value) {
-    const auto malformed = [&](std::string_view expected) {
-        return std::string(name) + " expects " + std::string(expected) + ", not " + inQuotes(value);
-    };
-    if (name == "--source") {
-        options.sourceFile = value;
-    } else if (name == "--mashup") {
-        options.mashupFiles.push_back(value);
-    } else if (name == "--slices" || name == "--variations") {
-        const auto number = parseInteger(value);
-        if (!number)
-            return malformed("a whole number");
-        (name == "--slices" ? options.slices : options.variations) = number;
-    } else if (name == "--model") {
-        options.chopModel = parseChopModel(value);
-        if (!options.chopModel)
-            return malformed("one of " + chopModelLabels());
-    } else if (name == "--seed") {
-        options.seedText = value;
-    } else if (name == "--glitch") {
-        options.glitchAmount = parseReal(value);
-        if (!options.glitchAmount)
-            return malformed("a finite number");
-    } else if (name == "--output") {
-        options.outputDir = value;
-    } else if (name == "--pick") {
-        const auto picks = parsePicks(value);
-        if (!picks)
-            return malformed("'all' or variation numbers from 1, such as 1,3,5");
-        options.picks = *picks;
-    }
-    return std::nullopt;
-}
-
-std::variant<CliArguments, std::string> parseGenerate(const std::vector<std::string>& arguments) {
-    CliArguments result = commandOnly(CliArguments::Command::generate);
-    GenerateOptions& options = result.generate;
-    std::set<std::string, std::less<>> seen;
-
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (argument == "--help" || argument == "-h")
-            return commandOnly(CliArguments::Command::help);
-        if (!argument.starts_with("--"))
-            return "unexpected argument " + inQuotes(argument);
-
-        const std::size_t equals = argument.find('=');
-        const std::string name = argument.substr(0, equals);
-        if (std::find(std::begin(valueOptions), std::end(valueOptions), name) == std::end(valueOptions))
-            return "unknown option " + inQuotes(name);
-        if (name != "--mashup" && !seen.insert(name).second)
-            return name + " is given twice";
-
-        std::string value;
-        if (equals != std::string::npos)
-            value = argument.substr(equals + 1);
-        else if (i + 1 < arguments.size())
-            value = arguments[++i];
-        else
-            return name + " needs a value";
-        if (auto error = applyOption(options, name, value))
-            return *error;
-    }
-
-    if (!seen.contains("--source"))
-        return "--source is required";
-    if (!seen.contains("--output"))
-        return "--output is required";
-    if (options.outputDir.empty())
-        return "--output needs a folder";
-
-    const auto source = normalFilePath(options.sourceFile);
-    if (!source)
-        return "--source needs a file, not " + inQuotes(options.sourceFile);
-    options.sourceFile = model::pathText(*source);
-    for (std::string& file : options.mashupFiles) {
-        const auto member = normalFilePath(file);
-        if (!member)
-            return "--mashup needs a file, not " + inQuotes(file);
-        // The window can only check files it lists, which are the source
-        // folder's; the command line offers no more than that.
-        if (member->parent_path() != source->parent_path())
-            return "--mashup file " + inQuotes(file) + " is not in the source folder "
-                   + inQuotes(model::pathText(source->parent_path()));
-        file = model::pathText(*member);
-    }
-    return result;
-}
-
-} // namespace
 
 std::variant<CliArguments, std::string> parseArguments(const std::vector<std::string>& arguments) {
     if (arguments.empty())
         return std::string("no command given");
-    const std::string& command = arguments.front();
-    if (command == "--help" || command == "-h")
-        return commandOnly(CliArguments::Command::help);
-    if (command == "--version")
-        return commandOnly(CliArguments::Command::version);
-    if (command == "generate")
-        return parseGenerate(arguments);
-    return "unknown command " + inQuotes(command);
+
+    // Help is ours, not CLI11's: one usage text for every command.
+    CLI::App app("marquetry-cli", "marquetry-cli");
+    app.set_help_flag();
+    app.require_subcommand(0, 1);
+    bool help = false;
+    bool version = false;
+    app.add_flag("-h,--help", help);
+    app.add_flag("--version", version);
+
+    TypedGenerate typed;
+    CLI::App* generate = app.add_subcommand("generate");
+    generate->set_help_flag();
+    generate->add_flag("-h,--help", help);
+    generate->add_option("--source", typed.source)->required();
+    generate->add_option("--mashup", typed.mashup)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    valueOption(*generate, "--slices", typed.slices);
+    valueOption(*generate, "--variations", typed.variations);
+    valueOption(*generate, "--model", typed.model);
+    valueOption(*generate, "--seed", typed.seed);
+    valueOption(*generate, "--glitch", typed.glitch);
+    valueOption(*generate, "--pick", typed.pick);
+    valueOption(*generate, "--manifest", typed.manifest);
+    generate->add_option("--output", typed.output)->required();
+
+    ReplayOptions replay;
+    CLI::App* replayCommand = app.add_subcommand("replay");
+    replayCommand->set_help_flag();
+    replayCommand->add_flag("-h,--help", help);
+    replayCommand->add_option("manifest", replay.manifestPath)->required();
+    replayCommand->add_option("--output", replay.outputDir)->required();
+
+    // CLI11 takes the arguments last first.
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    CliArguments result;
+    try {
+        app.parse(reversed);
+    } catch (const CLI::ParseError& error) {
+        // A request for help wins over whatever else is wrong with the line.
+        if (help)
+            return result;
+        std::string message = error.what();
+        return message.empty() ? std::string("the arguments cannot be read") : message;
+    }
+    if (help)
+        return result;
+    if (version) {
+        result.command = CliArguments::Command::version;
+        return result;
+    }
+    if (generate->parsed()) {
+        result.command = CliArguments::Command::generate;
+        if (auto problem = convert(typed, result.generate))
+            return *problem;
+        return result;
+    }
+    if (replayCommand->parsed()) {
+        if (replay.outputDir.empty())
+            return std::string("--output needs a folder");
+        result.command = CliArguments::Command::replay;
+        result.replay = replay;
+        return result;
+    }
+    return std::string("no command given");
 }
 
 std::string usageText() {
     return "Usage:\n"
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
+           "                         [--manifest FILE]\n"
+           "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli --help | --version\n"
            "\n"
            "Cuts a drum loop into slices, re-sequences them into new breaks and writes\n"
@@ -228,8 +243,14 @@ std::string usageText() {
            "  --glitch X       effect amount of the Glitch model (default 0.55)\n"
            "  --output DIR     folder to write into, created when missing\n"
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
+           "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"
+           "                   used, the sources' and files' SHA-256, every slice placed\n"
+           "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
+           "                   byte for byte; refused when a source has changed\n"
            "  --help           show this text\n"
-           "  --version        show the version\n";
+           "  --version        show the version\n"
+           "\n"
+           "The seed a run used is printed on standard error.\n";
 }
 
 int reportUsageError(std::ostream& err, const std::string& message) {

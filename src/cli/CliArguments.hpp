@@ -26,7 +26,7 @@ struct GenerateOptions {
     /// exactly when this is not empty.
     std::vector<std::string> mashupFiles;
     std::optional<std::int64_t> slices;
-    std::optional<std::int64_t> variations;
+    std::optional<std::int64_t> versions;
     std::optional<chop::ChopModel> chopModel;
     std::optional<std::string> seedText;
     std::optional<double> glitchAmount;
@@ -35,18 +35,31 @@ struct GenerateOptions {
     /// Variation numbers (from 1) that stay ticked, ascending, no repeats;
     /// empty means all.
     std::vector<std::int64_t> picks;
+    /// Where to write the run's manifest after the export, if anywhere.
+    std::optional<std::string> manifestPath;
+};
+
+/// A `replay` request: the manifest to run again and where to write.
+struct ReplayOptions {
+    std::string manifestPath;
+    std::string outputDir;
 };
 
 struct CliArguments {
-    enum class Command { help, version, generate };
+    enum class Command { help, version, generate, replay };
     Command command = Command::help;
     GenerateOptions generate;
+    ReplayOptions replay;
 };
 
 /// Parses the arguments that follow the program name. Returns the request,
 /// or a one-line message saying what is wrong. Reads the working folder to
 /// make paths absolute; touches nothing else.
 std::variant<CliArguments, std::string> parseArguments(const std::vector<std::string>& arguments);
+
+/// Makes `text` an absolute, lexically normal file path, or none when it
+/// names no file (empty, or ending in a separator).
+std::optional<std::string> normalFilePath(const std::string& text);
 
 /// The usage text, ending in a newline.
 std::string usageText();

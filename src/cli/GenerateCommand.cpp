@@ -1,8 +1,12 @@
 #include "cli/GenerateCommand.hpp"
 
+#include "audio/WavReader.hpp"
 #include "cli/HeadlessPlatform.hpp"
 #include "model/AppModel.hpp"
+#include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Manifest.hpp"
+#include "model/Sha256.hpp"
 #include "model/SystemServices.hpp"
 
 #include <algorithm>
@@ -20,6 +24,42 @@ int reportFailure(std::ostream& err, const std::string& status) {
     return exitFailure;
 }
 
+std::string quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
+// Why the model could not use this path as a source, before it tries: each
+// problem in words of its own rather than one "cannot find".
+std::optional<std::string> sourcePathProblem(const std::string& file) {
+    const fs::path path = model::pathFromText(file);
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (error == std::errc::too_many_symbolic_link_levels)
+        return "the source file " + quoted(file) + " is a loop of symbolic links";
+    if (status.type() == fs::file_type::not_found) {
+        if (fs::is_symlink(fs::symlink_status(path, error)))
+            return "the source file " + quoted(file) + " is a symbolic link to nothing";
+        return "cannot find the source file " + quoted(file);
+    }
+    if (error)
+        return "cannot reach the source file " + quoted(file) + ": " + error.message();
+    if (status.type() == fs::file_type::directory)
+        return quoted(file) + " is a folder, not a WAV file";
+    const std::string name = model::fileName(file);
+    const std::size_t dot = name.rfind('.');
+    std::string extension = dot == std::string::npos ? "" : name.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
+    if (extension != "wav")
+        return "the source file " + quoted(file) + " does not end in .wav; only WAV files can be sources";
+    try {
+        model::listFolder(model::pathText(path.parent_path()));
+    } catch (const std::system_error& failure) {
+        return "cannot list the source folder: " + std::string(failure.what());
+    }
+    return std::nullopt;
+}
+
 void untickUnpicked(model::AppModel& app, const std::vector<std::int64_t>& picks) {
     if (picks.empty())
         return;
@@ -33,16 +73,21 @@ void untickUnpicked(model::AppModel& app, const std::vector<std::int64_t>& picks
         app.toggleSelection(id, false);
 }
 
+std::string seedLine(const model::RunRecord& run) {
+    std::string line = "Seed of this run: " + std::to_string(run.seed);
+    if (!run.seedFromClock())
+        return line;
+    if (run.request.seedText.empty())
+        return line + " (no seed was given, so the clock chose it)";
+    return line + " (the seed text " + quoted(run.request.seedText) + " is not a whole number, so the clock chose it)";
+}
+
 } // namespace
 
 int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err) {
-    const fs::path sourceFile = model::pathFromText(options.sourceFile);
-    const std::string sourceFolder = model::pathText(sourceFile.parent_path());
-    // The model creates its source folder when missing; a mistyped path must
-    // not leave a new folder behind.
-    std::error_code error;
-    if (!fs::exists(sourceFile, error))
-        return reportUsageError(err, "cannot find the source file '" + options.sourceFile + "'");
+    if (const auto problem = sourcePathProblem(options.sourceFile))
+        return reportUsageError(err, *problem);
+    const std::string sourceFolder = model::pathText(model::pathFromText(options.sourceFile).parent_path());
 
     // Both keys answer the source folder, which exists, so the constructor
     // creates nothing; the real output folder is set just before export.
@@ -76,8 +121,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     app.setMashupMode(!options.mashupFiles.empty());
     if (options.slices)
         app.setSlices(*options.slices);
-    if (options.variations)
-        app.setVersions(*options.variations);
+    if (options.versions)
+        app.setVersions(*options.versions);
     if (options.chopModel)
         app.setChopModel(*options.chopModel);
     if (options.seedText)
@@ -90,8 +135,16 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     if (!options.picks.empty() && app.versions() >= 1 && options.picks.back() > app.versions())
         return reportUsageError(err, "--pick " + std::to_string(options.picks.back()) + " is beyond the "
                                          + std::to_string(app.versions()) + " variation(s) to be generated");
+    // Each variation is about as long as the source: a count whose output
+    // cannot fit is a mistake in the request, not a run to start.
+    const double expected = static_cast<double>(app.versions()) * static_cast<double>(app.sourceWavData()->pcmData.size());
+    if (const auto available = static_cast<double>(model::availableMemoryBytes()); expected > available)
+        return reportUsageError(err, "--variations " + std::to_string(app.versions()) + " of this loop would need about "
+                                         + model::readableSize(expected) + " of memory; "
+                                         + model::readableSize(available) + " is available");
 
     app.subscribe([&](Field field) {
+        // A reader that went away (a closed pipe) must not stop the export.
         if (field == Field::status)
             out << app.status() << '\n' << std::flush;
     });
@@ -104,9 +157,43 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
 
     untickUnpicked(app, options.picks);
     app.setOutputDir(options.outputDir);
-    if (!app.exportSelected().exported)
-        return reportFailure(err, app.status());
-    return exitSuccess;
+    const bool exported = app.exportSelected(options.manifestPath).exported;
+    const int status = exported ? exitSuccess : reportFailure(err, app.status());
+    err << seedLine(*app.lastRun()) << '\n';
+    return status;
+}
+
+int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err) {
+    model::Manifest manifest;
+    try {
+        const audio::Bytes text = audio::readWholeFile(options.manifestPath);
+        manifest = model::parseManifest(std::string_view(reinterpret_cast<const char*>(text.data()), text.size()));
+        for (const model::SourceRecord& source : manifest.run.sources) {
+            if (model::sha256Hex(audio::readWholeFile(source.path)) != source.sha256)
+                return reportFailure(err, "Replay refused: " + source.path
+                                              + " has changed since the manifest was written. Nothing was written.");
+        }
+    } catch (const std::exception& error) {
+        std::string reason = model::describe(error);
+        if (!reason.ends_with('.'))
+            reason += '.';
+        return reportFailure(err, "Replay refused: " + reason + " Nothing was written.");
+    }
+
+    const model::GenerationRequest& request = manifest.run.request;
+    GenerateOptions generate;
+    generate.sourceFile = request.selectedPath;
+    if (request.mashupMode)
+        for (const model::SourceRecord& source : manifest.run.sources)
+            generate.mashupFiles.push_back(source.path);
+    generate.slices = request.sliceCount;
+    generate.versions = request.versions;
+    generate.chopModel = request.chopModel;
+    generate.seedText = std::to_string(manifest.run.seed);
+    generate.glitchAmount = request.glitchAmount;
+    generate.outputDir = options.outputDir;
+    generate.picks = manifest.numbers;
+    return runGenerate(generate, out, err);
 }
 
 } // namespace marquetry::cli

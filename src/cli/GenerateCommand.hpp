@@ -9,9 +9,16 @@ namespace marquetry::cli {
 /// Drives one Generate and Export Selected through the application model on
 /// a headless platform. Every status line from the start of generation on
 /// goes to `out`; when nothing gets exported, the last one also goes to
-/// `err`. Returns exitSuccess after an export, exitFailure when the model
-/// refuses or fails, exitUsage for a request that cannot be started at all.
-/// Creates no folder other than the export's.
+/// `err`; after a run, the seed it used goes to `err`. Returns exitSuccess
+/// after an export, exitFailure when the model refuses or fails, exitUsage
+/// for a request that cannot be started at all. Creates no folder other
+/// than the export's. Main thread of the process.
 int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err);
+
+/// Reads the manifest at options.manifestPath, checks that every source it
+/// lists still has the recorded SHA-256, and generates and exports the same
+/// variations into options.outputDir. A changed or missing source or an
+/// unusable manifest is refused before anything is written (exitFailure).
+int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err);
 
 } // namespace marquetry::cli

@@ -3,6 +3,7 @@
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
+#include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Manifest.hpp"
 #include "model/Sha256.hpp"
@@ -224,7 +225,7 @@ void AppModel::loadSelectedSourceWaveform() {
         write(sourceWaveform_, {}, Field::sourceWaveform);
         write(sourceWavData_, {}, Field::sourceWavData);
         write(generatedLoops_, {}, Field::generatedLoops);
-        setStatus(std::string("Error loading source: ") + error.what());
+        setStatus("Error loading source: " + describe(error));
     }
 }
 
@@ -268,7 +269,7 @@ void AppModel::generate() {
     try {
         startGeneration(std::move(request));
     } catch (const std::exception& error) {
-        handBackError(std::string("Error: ") + error.what());
+        handBackError("Error: " + describe(error));
     }
 }
 
@@ -290,7 +291,7 @@ void AppModel::startGeneration(GenerationRequest request) {
                     model->handBack(std::move(*result), summary);
             };
         } catch (const std::exception& error) {
-            back = [model, alive, message = std::string("Error: ") + error.what()] {
+            back = [model, alive, message = "Error: " + describe(error)] {
                 if (alive.lock())
                     model->handBackError(message);
             };
@@ -347,7 +348,7 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
             outcome.manifest = path;
         }
     } catch (const std::exception& error) {
-        setStatus(std::string("Export failed: ") + error.what());
+        setStatus("Export failed: " + describe(error));
         return outcome;
     }
     setStatus("Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_);
@@ -405,7 +406,7 @@ void AppModel::startPreview(const playback::PlaybackTarget& target, const audio:
         failure = preview_.play(target, audio::buildWavFileData(*sourceWavData_, std::span(pcm).first(wholeFrames)),
                                 masterVolume_);
     } catch (const std::exception& error) {
-        failure = error.what();
+        failure = describe(error);
     }
     if (!failure) {
         setStatus(std::move(playingMessage));

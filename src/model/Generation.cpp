@@ -3,10 +3,13 @@
 #include "audio/AppError.hpp"
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
+#include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Sha256.hpp"
+#include "model/SystemServices.hpp"
 #include "model/UnicodeOrder.hpp"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace marquetry::model {
@@ -25,6 +28,14 @@ std::vector<std::string> sourceList(const GenerationRequest& request) {
         return paths;
     }
     return {request.selectedPath};
+}
+
+void requireMemory(double bytes) {
+    const auto available = static_cast<double>(availableMemoryBytes());
+    if (bytes > available)
+        throw audio::AppError::io("This run needs " + readableSize(bytes) + " of memory, but only "
+                                  + readableSize(available) + " is available. Lower Variations or Slices, or use a"
+                                  + " shorter loop.");
 }
 
 } // namespace
@@ -66,7 +77,16 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
     }
+    // Refused before anything large is allocated: first the plan, then the
+    // output it describes, both known exactly before either is made.
+    const double planBytes = static_cast<double>(std::max<std::int64_t>(request.versions, 0))
+                             * static_cast<double>(result.run.pool.size()) * sizeof(chop::Placement);
+    requireMemory(planBytes);
     std::vector<chop::VariationPlan> plans = chop::planVariations(result.run.pool, sources, settings, rng);
+    double outputBytes = 0;
+    for (const chop::VariationPlan& plan : plans)
+        outputBytes += static_cast<double>(plan.byteCount) + envelopePoints * sizeof(double);
+    requireMemory(outputBytes);
 
     std::vector<chop::RenderedVariation> rendered =
         chop::renderVariations(plans, result.run.pool, sources, envelopePoints, threads);

@@ -15,6 +15,19 @@
 #include <sys/random.h>
 #endif
 
+#if !defined(_WIN32)
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
+#if defined(__linux__)
+#include <fstream>
+#include <string>
+#endif
+
+#include <algorithm>
+#include <limits>
+
 namespace marquetry::model {
 
 std::int64_t systemUnixSeconds() {
@@ -53,6 +66,49 @@ std::string systemHomeFolder() {
     const char* home = std::getenv("HOME");
 #endif
     return home != nullptr ? home : "";
+}
+
+std::uint64_t availableMemoryBytes() {
+    std::uint64_t available = std::numeric_limits<std::uint64_t>::max();
+#if defined(_WIN32)
+    MEMORYSTATUSEX status{};
+    status.dwLength = sizeof status;
+    if (GlobalMemoryStatusEx(&status))
+        available = std::min<std::uint64_t>(status.ullAvailPhys + status.ullAvailPageFile / 2, status.ullAvailVirtual);
+#else
+#if defined(__linux__)
+    // MemAvailable counts what can be had without swapping; the sizes this
+    // process already holds come from statm, in pages.
+    std::ifstream meminfo("/proc/meminfo");
+    for (std::string key; meminfo >> key;) {
+        std::uint64_t kib = 0;
+        if (key == "MemAvailable:" && meminfo >> kib) {
+            available = kib * 1024;
+            break;
+        }
+        meminfo.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    std::uint64_t virtualPages = 0;
+    std::uint64_t residentPages = 0;
+    std::uint64_t sharedPages = 0;
+    std::uint64_t textPages = 0;
+    std::uint64_t libraryPages = 0;
+    std::uint64_t dataPages = 0;
+    std::ifstream("/proc/self/statm") >> virtualPages >> residentPages >> sharedPages >> textPages >> libraryPages
+        >> dataPages;
+    const auto pageSize = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    const std::pair<int, std::uint64_t> limits[] = {{RLIMIT_AS, virtualPages * pageSize},
+                                                     {RLIMIT_DATA, dataPages * pageSize}};
+#else
+    const std::pair<int, std::uint64_t> limits[] = {{RLIMIT_AS, 0}, {RLIMIT_DATA, 0}};
+#endif
+    for (const auto& [resource, used] : limits) {
+        rlimit limit{};
+        if (::getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+            available = std::min<std::uint64_t>(available, limit.rlim_cur > used ? limit.rlim_cur - used : 0);
+    }
+#endif
+    return available;
 }
 
 } // namespace marquetry::model

@@ -17,6 +17,12 @@ std::int64_t systemUnixSeconds();
 /// run's seeded generator, so identifiers do not disturb reproducibility).
 playback::Uuid osRandomUuid();
 
+/// Bytes this process can still allocate without being refused or starving
+/// the machine: the least of the memory the system reports available and
+/// what the process's address-space and data limits leave. The largest
+/// value when the system tells nothing.
+std::uint64_t availableMemoryBytes();
+
 /// The current user's home folder, from the environment.
 std::string systemHomeFolder();
 
