@@ -1,6 +1,7 @@
 # The two commands of the README. Everything else is plain CMake presets:
 # dev (debug, warnings as errors), release, asan (Address- and
-# UndefinedBehaviorSanitizer), fuzz (libFuzzer targets, built with clang).
+# UndefinedBehaviorSanitizer), headless (no Qt), fuzz (libFuzzer targets,
+# built with clang).
 .PHONY: all deps test run build-% test-% bench fuzz screenshots clean
 
 all: build-dev
@@ -16,8 +17,9 @@ test-%: build-%
 	ctest --preset $*
 
 # Every test, once in the optimised build and once under the sanitizers (both
-# with warnings as errors), then every fuzz target for FUZZ_SECONDS.
-test: test-release test-asan fuzz
+# with warnings as errors), the engine and model once more without Qt, then
+# every fuzz target for FUZZ_SECONDS.
+test: test-release test-asan test-headless fuzz
 
 # The benchmarks and their baselines; figures and how to read them are in
 # bench/README.md.

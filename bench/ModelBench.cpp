@@ -12,8 +12,8 @@
 #include "model/Generation.hpp"
 #include "chop/VariationPlan.hpp"
 
-#include "../tests/model/PlatformFakes.hpp"
-#include "../tests/playback/FakeAudioOutput.hpp"
+#include "support/PlatformFakes.hpp"
+#include "support/FakeAudioOutput.hpp"
 #include "Baselines.hpp"
 
 #include <aubio/aubio.h>

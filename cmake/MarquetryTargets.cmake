@@ -45,7 +45,7 @@ endfunction()
 function(marquetry_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} marquetry::test_support GTest::gmock GTest::gtest_main)
   include(GoogleTest)
   # Names carry the cases' own labels; printed parameter values would make
   # them long and, for structs holding pointers, different on every run.

@@ -1,7 +1,7 @@
 #include "audio/AppError.hpp"
 #include "audio/WavReader.hpp"
 
-#include "WavImageBuilder.hpp"
+#include "support/WavImageBuilder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
 
-#include "WavImageBuilder.hpp"
+#include "support/WavImageBuilder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "chop/Slicing.hpp"
 
-#include "TestRecords.hpp"
+#include "support/TestRecords.hpp"
 #include "audio/AppError.hpp"
 
 #include <gmock/gmock.h>

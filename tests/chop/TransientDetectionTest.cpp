@@ -1,6 +1,6 @@
 #include "chop/TransientDetection.hpp"
 
-#include "TestRecords.hpp"
+#include "support/TestRecords.hpp"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 // timers, a fixed clock and counting uuids. Files are real, under a
 // temporary home folder.
 
-#include "../playback/FakeAudioOutput.hpp"
-#include "PlatformFakes.hpp"
+#include "support/FakeAudioOutput.hpp"
+#include "support/PlatformFakes.hpp"
 #include "audio/WavReader.hpp"
 #include "model/AppModel.hpp"
 

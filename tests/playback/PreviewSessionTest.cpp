@@ -1,6 +1,6 @@
 // The session on its own: what holds between any two calls, and its end.
 // The messages and the model's use of it are tested with the model.
-#include "FakeAudioOutput.hpp"
+#include "support/FakeAudioOutput.hpp"
 #include "playback/PreviewSession.hpp"
 
 #include <gtest/gtest.h>

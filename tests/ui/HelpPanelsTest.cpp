@@ -1,4 +1,4 @@
-#include "../model/PlatformFakes.hpp"
+#include "support/PlatformFakes.hpp"
 #include "model/AppModel.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/HelpPanels.hpp"

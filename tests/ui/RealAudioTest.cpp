@@ -3,7 +3,7 @@
 // records the sink's monitor and compares what arrived with the loop.
 // Run through scripts/with-null-sink, which provides the private server.
 
-#include "../model/PlatformFakes.hpp"
+#include "support/PlatformFakes.hpp"
 #include "audio/WavReader.hpp"
 #include "model/AppModel.hpp"
 #include "model/SystemServices.hpp"

@@ -5,8 +5,8 @@
 // step by step, players whose progress is scripted and a timer that ticks
 // only when told. The file system is real, under the temporary home.
 
-#include "../model/PlatformFakes.hpp"
-#include "../playback/FakeAudioOutput.hpp"
+#include "support/PlatformFakes.hpp"
+#include "support/FakeAudioOutput.hpp"
 #include "model/AppModel.hpp"
 
 #include <QDir>
