@@ -1,6 +1,7 @@
 // A whole Generate run from fuzzed WAV images and settings, through the
-// product's own path (model::runGeneration reading the images from disk),
-// checked against the engine functions driven directly in the same order.
+// product's own path (model::runGeneration reading the images from disk and
+// rendering on all cores), checked against the engine's steps driven
+// directly in the same order on one thread.
 // The run must either fail with one of its documented messages (or a file
 // error for a source that is not on disk) or give the requested number of
 // variations with drawable envelopes, byte for byte what the engine gives;
@@ -33,10 +34,9 @@
 
 #include "audio/AppError.hpp"
 #include "audio/WavReader.hpp"
-#include "chop/GlitchEffects.hpp"
-#include "chop/PatternGenerators.hpp"
 #include "chop/Slicing.hpp"
 #include "chop/TransientDetection.hpp"
+#include "chop/VariationPlan.hpp"
 #include "model/Generation.hpp"
 
 #include <unistd.h>
@@ -265,10 +265,12 @@ struct Outcome {
     enum class Kind { success, appError, fileError } kind = Kind::success;
     std::string message;
     audio::WavData reference;
+    std::vector<chop::VariationPlan> plans;
     std::vector<audio::Bytes> variations;
 };
 
-// The run driven through the engine functions in the order generation uses.
+// The run driven through the engine's own steps in the order generation
+// uses them, on one thread, each step's result checked on the way.
 Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
     Outcome out;
     const auto failWith = [&](std::string message) {
@@ -279,47 +281,57 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
     if (sources.empty() || sources.front().path.empty())
         return failWith("No source files available.");
 
+    const chop::PlanSettings settings{s.sliceCount, s.model, s.variationCount, s.glitchAmount};
     chop::SeededGenerator rng(s.seed);
-    std::vector<chop::Slice> pool;
+    std::vector<audio::WavData> decoded;
+    std::vector<chop::PoolSlice> pool;
     for (const Source& source : sources) {
         if (!source.onDisk) {
             out.kind = Outcome::Kind::fileError;
             return out;
         }
-        audio::WavData wav;
         try {
-            wav = audio::parseWav(source.image);
-        } catch (const audio::AppError& error) {
-            return failWith(error.what());
-        }
-        if (&source == &sources.front())
-            out.reference = wav;
-        try {
-            auto slices = checkedSlices(wav, s, rng);
-            pool.insert(pool.end(), slices.begin(), slices.end());
+            decoded.push_back(audio::parseWav(source.image));
+            const audio::WavData& wav = decoded.back();
+            chop::SeededGenerator probe = rng;
+            const std::vector<chop::Slice> slices = checkedSlices(wav, s, probe);
+            const std::size_t first = pool.size();
+            chop::appendToPool(pool, static_cast<std::int64_t>(decoded.size() - 1), wav, settings, rng);
+            require(rng == probe, "the pool's cut draws what createSlices draws");
+            require(pool.size() - first == slices.size(), "one pool slice per slice");
+            for (std::size_t i = 0; i < slices.size(); ++i) {
+                const chop::PoolSlice& slice = pool[first + i];
+                const auto from = wav.pcmData.begin() + slice.start * wav.blockAlign;
+                require(slice.start >= 0 && slice.frames > 0, "pool slices are non-empty");
+                require(std::equal(slices[i].begin(), slices[i].end(), from, from + slice.frames * wav.blockAlign),
+                        "a pool slice holds the frames createSlices copies");
+            }
         } catch (const audio::AppError& error) {
             return failWith(error.what());
         }
     }
-    if (pool.empty())
-        return failWith("Could not create slices from selected source audio.");
+    out.reference = decoded.front();
+    try {
+        out.plans = chop::planVariations(pool, decoded, settings, rng);
+    } catch (const audio::AppError& error) {
+        return failWith(error.what());
+    }
 
     const auto n = static_cast<std::int64_t>(pool.size());
-    for (std::int64_t k = 0; k < s.variationCount; ++k) {
-        const chop::Pattern pattern = chop::generatePattern(s.model, n, rng);
-        require(static_cast<std::int64_t>(pattern.size()) == n, "a pattern places as many slices as the pool holds");
-        audio::Bytes pcm;
-        for (const std::int64_t index : pattern) {
-            require(index >= 0 && index < n, "pattern entries lie in [0, n)");
-            const chop::Slice& slice = pool[static_cast<std::size_t>(index)];
-            if (s.model == chop::ChopModel::glitch) {
-                const audio::Bytes processed = chop::applyGlitchEffects(slice, out.reference, s.glitchAmount, rng);
-                pcm.insert(pcm.end(), processed.begin(), processed.end());
-            } else {
-                pcm.insert(pcm.end(), slice.begin(), slice.end());
-            }
+    for (const chop::VariationPlan& plan : out.plans) {
+        require(static_cast<std::int64_t>(plan.placements.size()) == n, "a variation places as many slices as the pool holds");
+        std::int64_t next = 0;
+        for (const chop::Placement& placement : plan.placements) {
+            require(placement.slice >= 0 && placement.slice < n, "placements name a pool slice");
+            require(placement.byteOffset == next && placement.byteCount >= 0, "placements tile the variation");
+            require(s.model == chop::ChopModel::glitch || placement.treatment == chop::GlitchTreatment{},
+                    "only the Glitch model treats slices");
+            next += placement.byteCount;
         }
-        out.variations.push_back(std::move(pcm));
+        require(next == plan.byteCount, "placements add up to the variation");
+        out.variations.push_back(chop::renderVariation(plan, pool, decoded));
+        require(static_cast<std::int64_t>(out.variations.back().size()) == plan.byteCount,
+                "a rendered variation has its planned length");
     }
     return out;
 }
@@ -362,7 +374,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         request.checkedPaths.insert(files[i].path);
     request.sliceCount = s.sliceCount;
     request.chopModel = s.model;
-    request.variationCount = s.variationCount;
+    request.versions = s.variationCount;
     request.glitchAmount = s.glitchAmount;
 
     // The source list: the checked files in name order (which is image order)
@@ -391,11 +403,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(expected.kind == Outcome::Kind::success, "the run succeeded where the engine failed with:",
             expected.message);
     require(result.reference == expected.reference, "the reference is the first source as decoded");
-    require(result.sourceCount == sources.size(), "source count");
+    require(result.run.sources.size() == sources.size(), "source count");
     require(static_cast<std::int64_t>(result.loops.size()) == s.variationCount, "one loop per requested variation");
     for (std::size_t k = 0; k < result.loops.size(); ++k) {
         const model::GeneratedLoop& loop = result.loops[k];
         require(loop.pcmData == expected.variations[k], "variation bytes differ from the engine's");
+        require(loop.placements == expected.plans[k].placements, "placements differ from the engine's");
         require(fuzz::isDrawable(loop.waveform), "variation envelope values in [0, 1]");
         // About 1000 points for long variations, up to twice that just below a
         // bucket boundary; none without a whole reference frame.
