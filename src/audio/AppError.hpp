@@ -18,7 +18,6 @@ public:
     static AppError io(std::string message) { return {Kind::io, std::move(message)}; }
 
     Kind kind() const noexcept { return kind_; }
-    std::string errorDescription() const { return what(); }
 
     bool operator==(const AppError& other) const {
         return kind_ == other.kind_ && std::string_view(what()) == other.what();

@@ -99,17 +99,37 @@ public:
     /// Also reloads the selection, even when it is unchanged.
     void setSelectedFile(std::optional<std::string> value);
 
-    // Folders and settings.
+    // Folders and settings. All main thread.
+
+    /// Asks for a source folder; on a choice writes sourceDir and rescans
+    /// (refreshFiles). A cancelled dialog changes nothing.
     void chooseSourceFolder();
+    /// Asks for an output folder; on a choice writes outputDir. No status.
     void chooseOutputFolder();
+    /// Expands and writes back sourceDir, creates it, stores it as the
+    /// default; status "Saved default source folder.".
     void saveSourceAsDefault();
+    /// The same for outputDir; status "Saved default output folder.".
     void saveOutputAsDefault();
+    /// Shows the expanded outputDir in the file browser; writes nothing.
     void showOutputInFinder();
 
-    // Source discovery and selection.
+    // Source discovery and selection. All main thread; each load stops the
+    // preview and empties generatedLoops.
+
+    /// Expands sourceDir, rescans it into wavFiles (".wav" in any case, by
+    /// lower-cased name), keeps or replaces the selection and reloads it,
+    /// drops check marks of files gone. Status "Loaded N WAV file(s).", "No
+    /// WAV files found in source folder." or "Could not read source folder.".
     void refreshFiles();
+    /// Selects the listed file with exactly this path (none if unlisted),
+    /// then loads it.
     void selectFile(const std::optional<std::string>& path);
+    /// Decodes the selection into sourceWavData and sourceWaveform; status
+    /// "Loaded source: NAME" or "Error loading source: ..."; with no
+    /// selection clears both and leaves status alone.
     void loadSelectedSourceWaveform();
+    /// Checks (`include`) or unchecks a path for the mashup pool; no status.
     void toggleMashupMembership(const std::string& file, bool include);
 
     // Generation and export.
@@ -126,11 +146,20 @@ public:
     /// beside the files). Reports "Exported N loop(s) to DIR" or the refusal
     /// or "Export failed: ..." in status, and returns the same as a value.
     ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt);
+    /// Main thread. Sets the export tick of the variation with `id` (one
+    /// generatedLoops notification); an unknown id changes nothing.
     void toggleSelection(const playback::Uuid& id, bool isSelected);
 
-    // Preview.
+    // Preview. All main thread; one stream at a time, looping.
+
+    /// Stops `loop` if it plays ("Stopped preview."), otherwise plays it in
+    /// the loaded source's format ("Playing NAME (looping). Click again to
+    /// stop." or "Playback failed: ...").
     void togglePlayback(const GeneratedLoop& loop);
+    /// The same for the loaded source ("Stopped source preview.", "Playing
+    /// source loop (looping). Click again to stop.").
     void toggleSourcePlayback();
+    /// Stops any preview and clears playingTarget and playbackProgress; no status.
     void stopPlayback();
 
 private:
