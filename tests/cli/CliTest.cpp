@@ -76,7 +76,7 @@ protected:
 
     // Runs the program in the temporary folder, so relative paths land there.
     RunResult run(const std::vector<std::string>& arguments) const {
-        std::string command = "cd " + shellQuoted(root_.string()) + " && HOME=" + shellQuoted(home().string()) + " "
+        std::string command = limit + "cd " + shellQuoted(root_.string()) + " && HOME=" + shellQuoted(home().string()) + " "
                               + shellQuoted(MARQUETRY_CLI);
         // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict)
         // about a literal + string temporary here.
@@ -95,6 +95,7 @@ protected:
     }
 
     fs::path root_;
+    std::string limit; ///< shell commands run before the program, such as ulimit
 };
 
 TEST_F(Cli, SameSeedRepeatsTheFilesAnotherSeedChangesThemAndPickExportsASubset) {
@@ -208,6 +209,28 @@ TEST_F(Cli, FailuresExitOneAndArgumentErrorsTwoWithoutWritingAnything) {
     }
     EXPECT_FALSE(fs::exists(at("out"))) << "no folder may be made without an export";
     EXPECT_EQ(folderContents(source()).size(), 3u);
+}
+
+// A count whose output cannot fit is refused before the run, against the
+// memory the machine has and, in a shell with a lowered address-space limit,
+// against what that limit leaves.
+TEST_F(Cli, VariationCountsBeyondMemoryAreRefusedBeforeTheRun) {
+    copyLoops({"amen_s16.wav"});
+    const auto huge = generate("out", {"--variations", "100000"});
+    EXPECT_EQ(huge.exitCode, 2);
+    EXPECT_TRUE(huge.err.starts_with("marquetry-cli: --variations 100000 of this loop would need about 30.9 GB of "
+                                     "memory;"))
+        << huge.err;
+#if defined(MARQUETRY_SANITIZED)
+    GTEST_SKIP() << "the sanitizers reserve more address space than the limit below allows";
+#else
+    limit = "ulimit -v 1000000 && ";
+    const auto limited = generate("out", {"--variations", "5000"});
+    EXPECT_EQ(limited.exitCode, 2);
+    EXPECT_NE(limited.err.find("would need about 1.5 GB of memory;"), std::string::npos) << limited.err;
+    EXPECT_EQ(generate("out", {"--variations", "20"}).exitCode, 0) << "a run that fits still runs";
+#endif
+    EXPECT_EQ(huge.out, "");
 }
 
 TEST_F(Cli, HelpAndVersionGoToStandardOutput) {

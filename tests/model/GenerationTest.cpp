@@ -145,6 +145,20 @@ TEST_F(AppModelGeneration, AFailedRunKeepsTheVariationsAndSourceItReplacedNothin
     }
 }
 
+// Planned exactly before anything is rendered: a run whose output cannot fit
+// is refused with its size, and the machine is never asked for it.
+TEST_F(AppModelGeneration, ARunThatCannotFitInMemoryIsRefusedWithItsSize) {
+    addLoop("a.wav");
+    AppModel& m = start();
+    generate();
+    const auto before = m.generatedLoops();
+    m.setVersions(200'000); // 61.9 GB of output and 1.6 GB of envelopes
+    generate();
+    EXPECT_THAT(m.status(), ::testing::MatchesRegex("Error: This run needs 63\\.5 GB of memory, but only .* is "
+                                                    "available\\. Lower Variations or Slices, or use a shorter loop\\."));
+    EXPECT_EQ(m.generatedLoops(), before);
+}
+
 TEST_F(AppModelGeneration, AHandBackAfterTheModelIsGoneDoesNothing) {
     addLoop("a.wav");
     start().generate();
