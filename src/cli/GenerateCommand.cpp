@@ -108,13 +108,16 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
         .homeFolder = model::systemHomeFolder(),
         .unixSeconds = model::systemUnixSeconds,
         .randomUuid = model::osRandomUuid,
-    });
+    }, options.sourceFile);
 
-    app.selectFile(options.sourceFile);
-    // A selection that fails to decode stays selected, so generate would run
-    // anyway and fail later with a less telling message.
-    if (app.selectedFile() && !app.sourceWavData())
+    // The scan reports the folder, not the loop, which the window would show
+    // next; the command line says what happened to the loop it was given.
+    if (app.selectedFile() != options.sourceFile)
+        return reportUsageError(err, "the source folder no longer lists " + quoted(options.sourceFile));
+    if (!app.sourceWavData()) {
+        app.loadSelectedSourceWaveform();
         return reportFailure(err, app.status());
+    }
 
     for (const std::string& file : options.mashupFiles)
         app.toggleMashupMembership(file, true);

@@ -53,7 +53,7 @@ void ensureDirectoryExists(const std::string& path, const std::string& homeFolde
     }
 }
 
-AppModel::AppModel(Platform platform)
+AppModel::AppModel(Platform platform, std::optional<std::string> initialSelection)
     : platform_(std::move(platform)),
       preview_(platform_.audioPlayers, platform_.timers, [this](playback::PreviewSession::Change change) {
           notify(change == playback::PreviewSession::Change::playingTarget ? Field::playingTarget
@@ -64,6 +64,9 @@ AppModel::AppModel(Platform platform)
     exportManifest_ = platform_.settings.string(exportManifestKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
+    // Taken by the scan like any earlier selection: kept and loaded when
+    // listed, otherwise replaced by the first file.
+    selectedFile_ = std::move(initialSelection);
     refreshFiles();
 }
 

@@ -47,8 +47,9 @@ public:
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
-    /// loop.
-    explicit AppModel(Platform platform);
+    /// loop, or `initialSelection` instead when the scan lists it, so that a
+    /// caller who knows which loop it wants decodes no other.
+    explicit AppModel(Platform platform, std::optional<std::string> initialSelection = std::nullopt);
     ~AppModel();
 
     AppModel(const AppModel&) = delete;

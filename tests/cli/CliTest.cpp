@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace marquetry::cli {
@@ -76,8 +77,8 @@ protected:
 
     // Runs the program in the temporary folder, so relative paths land there.
     RunResult run(const std::vector<std::string>& arguments) const {
-        std::string command = limit + "cd " + shellQuoted(root_.string()) + " && HOME=" + shellQuoted(home().string()) + " "
-                              + shellQuoted(MARQUETRY_CLI);
+        std::string command = "cd " + shellQuoted(root_.string()) + " && " + limit + "env HOME="
+                              + shellQuoted(home().string()) + " " + shellQuoted(MARQUETRY_CLI);
         // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict)
         // about a literal + string temporary here.
         for (const std::string& argument : arguments)
@@ -95,7 +96,7 @@ protected:
     }
 
     fs::path root_;
-    std::string limit; ///< shell commands run before the program, such as ulimit
+    std::string limit; ///< what the shell runs the program under, such as "ulimit -v N && " or "timeout N "
 };
 
 TEST_F(Cli, SameSeedRepeatsTheFilesAnotherSeedChangesThemAndPickExportsASubset) {
@@ -209,6 +210,16 @@ TEST_F(Cli, FailuresExitOneAndArgumentErrorsTwoWithoutWritingAnything) {
     }
     EXPECT_FALSE(fs::exists(at("out"))) << "no folder may be made without an export";
     EXPECT_EQ(folderContents(source()).size(), 3u);
+}
+
+// A named pipe blocks whoever opens it for reading; the command line must
+// not open the neighbours of the loop it was given at all.
+TEST_F(Cli, NeighboursOfTheSourceAreNotRead) {
+    copyLoops({"amen_s16.wav"});
+    ASSERT_EQ(mkfifo((source() / "a_pipe.wav").c_str(), 0600), 0);
+    limit = "timeout 60 ";
+    const auto result = generate("out", {"--variations", "1"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
 }
 
 // A count whose output cannot fit is refused before the run, against the
