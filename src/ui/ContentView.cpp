@@ -1,6 +1,5 @@
 #include "ui/ContentView.hpp"
 
-#include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/GeneratedLoopRow.hpp"
 #include "ui/SourceFileRow.hpp"
@@ -138,8 +137,7 @@ void retire(QWidget* widget) {
 } // namespace
 
 ContentView::ContentView(model::Platform platform, QWidget* parent)
-    : QWidget(parent), homeFolder_(platform.homeFolder),
-      model_(std::make_unique<model::AppModel>(std::move(platform))) {
+    : QWidget(parent), model_(std::make_unique<model::AppModel>(std::move(platform))) {
     setMinimumSize(1040, 700);
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);
@@ -396,8 +394,8 @@ QWidget* ContentView::buildSelectionRow() {
     setTextColor(statusLine_, look::secondary(statusLine_->palette()));
     row->addWidget(statusLine_, 1);
 
-    connect(selectAllButton_, &QPushButton::clicked, this, [this] { setAllSelected(true); });
-    connect(selectNoneButton_, &QPushButton::clicked, this, [this] { setAllSelected(false); });
+    connect(selectAllButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(true); });
+    connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
     return rowWidget;
 }
@@ -425,9 +423,7 @@ QWidget* ContentView::buildOutputRow() {
 
     connect(outputField_, &QLineEdit::textEdited, this,
             [this](const QString& text) { model_->setOutputDir(text.toStdString()); });
-    connect(outputField_, &QLineEdit::returnPressed, this, [this] {
-        model_->setOutputDir(model::expandTilde(outputField_->text().toStdString(), homeFolder_));
-    });
+    connect(outputField_, &QLineEdit::returnPressed, this, [this] { model_->expandOutputDir(); });
     connect(choose, &QPushButton::clicked, this, [this] { model_->chooseOutputFolder(); });
     connect(show, &QPushButton::clicked, this, [this] { model_->showOutputInFinder(); });
     connect(save, &QPushButton::clicked, this, [this] { model_->saveOutputAsDefault(); });
@@ -554,11 +550,8 @@ void ContentView::redrawLoopRows() {
             [this, id] {
                 // Look the loop up again: the list may have been replaced
                 // since this row was built.
-                const auto& current = model_->generatedLoops();
-                const auto found = std::find_if(current.begin(), current.end(),
-                                                [&id](const model::GeneratedLoop& l) { return l.id == id; });
-                if (found != current.end())
-                    model_->togglePlayback(*found);
+                if (const model::GeneratedLoop* current = model_->findGeneratedLoop(id))
+                    model_->togglePlayback(*current);
             },
             list);
         row->setObjectName(QStringLiteral("generatedLoopRow"));
@@ -622,14 +615,6 @@ void ContentView::redrawSelectionButtons() {
     selectNoneButton_->setEnabled(!loops.empty());
     exportButton_->setEnabled(
         std::any_of(loops.begin(), loops.end(), [](const model::GeneratedLoop& loop) { return loop.isSelected; }));
-}
-
-void ContentView::setAllSelected(bool isSelected) {
-    std::vector<playback::Uuid> ids;
-    for (const model::GeneratedLoop& loop : model_->generatedLoops())
-        ids.push_back(loop.id);
-    for (const playback::Uuid& id : ids)
-        model_->toggleSelection(id, isSelected);
 }
 
 } // namespace marquetry::ui

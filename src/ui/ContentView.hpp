@@ -58,9 +58,7 @@ private:
     void redrawGlitchRow();
     void redrawGenerateButton();
     void redrawSelectionButtons();
-    void setAllSelected(bool isSelected);
 
-    std::string homeFolder_;
     std::unique_ptr<model::AppModel> model_;
 
     QVBoxLayout* layout_ = nullptr;
