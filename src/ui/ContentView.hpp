@@ -13,15 +13,14 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QScrollArea;
 class QSlider;
 class QSpinBox;
 class QVBoxLayout;
 
 namespace marquetry::ui {
 
-class GeneratedLoopRow;
 class SourceFileRow;
+class VariationListPanel;
 class WaveformView;
 
 /// The main window's content: every control of the working surface, drawn
@@ -52,7 +51,6 @@ private:
     /// Brings the controls that show `field` up to date with the model.
     void redraw(Field field);
     void redrawSourceRows();
-    void redrawLoopRows();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();
     void redrawGlitchRow();
@@ -80,8 +78,7 @@ private:
     QVBoxLayout* sourceListLayout_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
-    QVBoxLayout* loopListLayout_ = nullptr;
-    QLabel* emptyLoopsLabel_ = nullptr;
+    VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
@@ -89,9 +86,8 @@ private:
     QLineEdit* outputField_ = nullptr;
 
     // The rows on screen, in list order; rebuilt only when the list of files
-    // or of variation ids changes, otherwise updated in place.
+    // changes, otherwise updated in place.
     std::vector<SourceFileRow*> sourceRows_;
-    std::vector<GeneratedLoopRow*> loopRows_;
 };
 
 } // namespace marquetry::ui
