@@ -5,7 +5,6 @@
 #include <QWidget>
 
 #include <memory>
-#include <string>
 #include <vector>
 
 class QCheckBox;
@@ -34,6 +33,8 @@ public:
     explicit ContentView(model::Platform platform, QWidget* parent = nullptr);
     ~ContentView() override;
 
+    /// The window's model, alive as long as the view; for tests and
+    /// screenshots that drive it directly.
     model::AppModel& model() { return *model_; }
 
 private:

@@ -62,6 +62,23 @@ QLabel* textLabel(const HelpBlock& line, QWidget* parent) {
     return label;
 }
 
+// A new widget showing `topic`'s page; the caller owns it.
+QWidget* topicPage(HelpTopic topic) {
+    const HelpPage content = helpPage(topic);
+    auto* page = new QWidget;
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(content.spacing);
+    for (const HelpBlock& line : content.blocks) {
+        if (line.extraSpaceAbove > 0)
+            column->addSpacing(line.extraSpaceAbove);
+        QWidget* widget = line.style == Style::header ? makeWelcomeHeader(appLogoImage(), page)
+                                                      : textLabel(line, page);
+        column->addWidget(widget);
+    }
+    return page;
+}
+
 } // namespace
 
 QWidget* makeWelcomeHeader(const std::optional<QImage>& logo, QWidget* parent) {
@@ -87,22 +104,6 @@ QWidget* makeWelcomeHeader(const std::optional<QImage>& logo, QWidget* parent) {
     row->addWidget(mark);
     row->addStretch(1);
     return header;
-}
-
-QWidget* MarquetryHelpView::page(HelpTopic topic) {
-    const HelpPage content = helpPage(topic);
-    auto* page = new QWidget;
-    auto* column = new QVBoxLayout(page);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(content.spacing);
-    for (const HelpBlock& line : content.blocks) {
-        if (line.extraSpaceAbove > 0)
-            column->addSpacing(line.extraSpaceAbove);
-        QWidget* widget = line.style == Style::header ? makeWelcomeHeader(appLogoImage(), page)
-                                                      : textLabel(line, page);
-        column->addWidget(widget);
-    }
-    return page;
 }
 
 MarquetryHelpView::MarquetryHelpView(QWidget* parent)
@@ -178,7 +179,7 @@ void MarquetryHelpView::showPage() {
     auto* column = new QVBoxLayout(holder);
     column->setContentsMargins(24, 24, 24, 24);
     column->setSpacing(16);
-    column->addWidget(page(selected_));
+    column->addWidget(topicPage(selected_));
     column->addStretch(1);
     pageArea_->setWidget(holder); // deletes the previous page
 }

@@ -28,9 +28,6 @@ public:
     /// Shows `topic`'s page and selects its sidebar row.
     void setSelected(HelpTopic topic);
 
-    /// A new widget showing `topic`'s page; the caller owns it.
-    static QWidget* page(HelpTopic topic);
-
 private:
     void showPage();
 
