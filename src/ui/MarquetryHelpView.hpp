@@ -24,6 +24,7 @@ public:
     /// Opens on the Welcome topic.
     explicit MarquetryHelpView(QWidget* parent = nullptr);
 
+    /// The topic whose page is shown.
     HelpTopic selected() const { return selected_; }
     /// Shows `topic`'s page and selects its sidebar row.
     void setSelected(HelpTopic topic);
