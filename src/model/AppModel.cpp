@@ -425,4 +425,26 @@ void AppModel::stopPlayback() {
     preview_.stop();
 }
 
+// Operations behind the main window's controls -------------------------------
+
+void AppModel::setAllSelected(bool isSelected) {
+    // Ids, not positions: an observer told of one tick may replace the list.
+    std::vector<playback::Uuid> ids;
+    ids.reserve(generatedLoops_.size());
+    for (const GeneratedLoop& loop : generatedLoops_)
+        ids.push_back(loop.id);
+    for (const playback::Uuid& id : ids)
+        toggleSelection(id, isSelected);
+}
+
+void AppModel::expandOutputDir() {
+    setOutputDir(expanded(outputDir_));
+}
+
+const GeneratedLoop* AppModel::findGeneratedLoop(const playback::Uuid& id) const {
+    const auto found = std::find_if(generatedLoops_.begin(), generatedLoops_.end(),
+                                    [&id](const GeneratedLoop& loop) { return loop.id == id; });
+    return found != generatedLoops_.end() ? &*found : nullptr;
+}
+
 } // namespace marquetry::model

@@ -163,6 +163,25 @@ public:
     /// Stops any preview and clears playingTarget and playbackProgress; no status.
     void stopPlayback();
 
+    // Operations behind the main window's controls ---------------------------
+    // What a control does beyond writing one field, kept here so that the
+    // window holds no model logic of its own.
+
+    /// Sets the export tick of every variation to `isSelected`: for each id in
+    /// a snapshot of `generatedLoops` taken now, the variation with that id in
+    /// the current list, skipping one no longer there. Writes
+    /// `generatedLoops`, one notice per variation, one after another; sets no
+    /// status. Main thread only.
+    void setAllSelected(bool isSelected);
+    /// What Return in the output folder field does: replaces `outputDir` by
+    /// its tilde-expanded form. Writes `outputDir` (one notice, also when
+    /// nothing changed); creates no folder and sets no status. Main thread
+    /// only.
+    void expandOutputDir();
+    /// The variation with `id` in the current list, or null. The pointer is
+    /// valid until `generatedLoops` is next written. Main thread only.
+    const GeneratedLoop* findGeneratedLoop(const playback::Uuid& id) const;
+
 private:
     template <typename T>
     void write(T& field, T value, Field which);

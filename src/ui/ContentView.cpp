@@ -1,9 +1,9 @@
 #include "ui/ContentView.hpp"
 
-#include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
-#include "ui/GeneratedLoopRow.hpp"
+#include "ui/Controls.hpp"
 #include "ui/SourceFileRow.hpp"
+#include "ui/VariationListPanel.hpp"
 #include "ui/WaveformView.hpp"
 
 #include <QCheckBox>
@@ -12,7 +12,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSlider>
@@ -28,118 +27,12 @@ namespace {
 
 using playback::PlaybackTarget;
 
-constexpr int sliderSteps = 1000;
 constexpr int pathFieldWidth = 620;
-
-/// A single line of text that elides instead of widening the window when a
-/// long message arrives.
-class StatusLine final : public QLabel {
-public:
-    explicit StatusLine(QWidget* parent) : QLabel(parent) {
-        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    }
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter painter(this);
-        painter.setPen(palette().color(QPalette::WindowText));
-        painter.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                         fontMetrics().elidedText(text(), Qt::ElideRight, width()));
-    }
-};
-
-void setTextColor(QWidget* widget, const QColor& color) {
-    QPalette palette = widget->palette();
-    palette.setColor(QPalette::WindowText, color);
-    widget->setPalette(palette);
-}
-
-QString percentText(double value) {
-    return QString::number(static_cast<long long>(std::trunc(value * 100))) + QLatin1Char('%');
-}
-
-QHBoxLayout* rowLayout(QWidget* row, int spacing = -1) {
-    auto* layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    if (spacing >= 0)
-        layout->setSpacing(spacing);
-    return layout;
-}
-
-QPushButton* button(const QString& text, const char* name, QWidget* parent) {
-    auto* result = new QPushButton(text, parent);
-    result->setObjectName(QLatin1String(name));
-    return result;
-}
-
-void syncText(QLineEdit* field, const std::string& value) {
-    const QString text = QString::fromStdString(value);
-    if (field->text() == text)
-        return;
-    const QSignalBlocker blocker(field);
-    field->setText(text);
-}
-
-void syncSpinBox(QSpinBox* box, std::int64_t value) {
-    const QSignalBlocker blocker(box);
-    box->setValue(static_cast<int>(std::clamp<std::int64_t>(value, box->minimum(), box->maximum())));
-}
-
-void syncSlider(QSlider* slider, QLabel* valueLabel, double value) {
-    {
-        const QSignalBlocker blocker(slider);
-        slider->setValue(static_cast<int>(std::lround(std::clamp(value, 0.0, 1.0) * sliderSteps)));
-    }
-    valueLabel->setText(percentText(value));
-}
-
-/// The slider and its value label of the Glitch and Master rows.
-QSlider* addFader(QHBoxLayout* row, QLabel*& valueLabel, const char* name, QWidget* parent) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setObjectName(QLatin1String(name));
-    slider->setRange(0, sliderSteps);
-    slider->setSingleStep(10);
-    slider->setPageStep(100);
-    slider->setMinimumWidth(260);
-    row->addWidget(slider);
-
-    valueLabel = new QLabel(parent);
-    valueLabel->setObjectName(QLatin1String(name) + QLatin1String("Value"));
-    valueLabel->setFont(look::tabularCaptionFont(parent->font()));
-    valueLabel->setFixedWidth(46);
-    valueLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    row->addWidget(valueLabel);
-    return slider;
-}
-
-QLabel* secondaryCaption(const QString& text, const char* name, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setObjectName(QLatin1String(name));
-    label->setFont(look::captionFont(parent->font()));
-    setTextColor(label, look::secondary(label->palette()));
-    return label;
-}
-
-QLabel* heading(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setFont(look::headlineFont(parent->font()));
-    return label;
-}
-
-/// Removes `widget` from its layout at once and deletes it once control is
-/// back in the event loop, since the click that led here may be its own.
-void retire(QWidget* widget) {
-    widget->hide();
-    if (QWidget* parent = widget->parentWidget(); parent && parent->layout())
-        parent->layout()->removeWidget(widget);
-    widget->deleteLater();
-}
 
 } // namespace
 
 ContentView::ContentView(model::Platform platform, QWidget* parent)
-    : QWidget(parent), homeFolder_(platform.homeFolder),
-      model_(std::make_unique<model::AppModel>(std::move(platform))) {
+    : QWidget(parent), model_(std::make_unique<model::AppModel>(std::move(platform))) {
     setMinimumSize(1040, 700);
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);
@@ -357,23 +250,17 @@ QWidget* ContentView::buildPanels() {
     stack->addWidget(divider);
     stack->addWidget(heading(QStringLiteral("Generated Variations"), right));
 
-    auto* loopList = new QScrollArea(right);
-    loopList->setObjectName(QStringLiteral("loopList"));
-    loopList->setFrameShape(QFrame::NoFrame);
-    loopList->setWidgetResizable(true);
-    loopList->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
-    loopList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    auto* loopListContent = new QWidget(loopList);
-    loopListLayout_ = new QVBoxLayout(loopListContent);
-    loopListLayout_->setContentsMargins(0, 0, 8, 0);
-    loopListLayout_->setSpacing(10);
-    emptyLoopsLabel_ = new QLabel(QStringLiteral("No generated loops yet. Click Generate."), loopListContent);
-    emptyLoopsLabel_->setObjectName(QStringLiteral("emptyLoopsLabel"));
-    setTextColor(emptyLoopsLabel_, look::secondary(emptyLoopsLabel_->palette()));
-    loopListLayout_->addWidget(emptyLoopsLabel_);
-    loopListLayout_->addStretch(1);
-    loopList->setWidget(loopListContent);
-    stack->addWidget(loopList, 1);
+    loopList_ = new VariationListPanel(
+        [this](const playback::Uuid& id, bool on) { model_->toggleSelection(id, on); },
+        [this](const playback::Uuid& id) {
+            // Look the loop up again: the list may have been replaced since
+            // its row was built.
+            if (const model::GeneratedLoop* loop = model_->findGeneratedLoop(id))
+                model_->togglePlayback(*loop);
+        },
+        right);
+    loopList_->setObjectName(QStringLiteral("loopList"));
+    stack->addWidget(loopList_, 1);
 
     row->addWidget(right, 1);
 
@@ -391,13 +278,12 @@ QWidget* ContentView::buildSelectionRow() {
     row->addWidget(selectAllButton_);
     row->addWidget(selectNoneButton_);
     row->addWidget(exportButton_);
-    statusLine_ = new StatusLine(rowWidget);
+    statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
-    setTextColor(statusLine_, look::secondary(statusLine_->palette()));
     row->addWidget(statusLine_, 1);
 
-    connect(selectAllButton_, &QPushButton::clicked, this, [this] { setAllSelected(true); });
-    connect(selectNoneButton_, &QPushButton::clicked, this, [this] { setAllSelected(false); });
+    connect(selectAllButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(true); });
+    connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
     return rowWidget;
 }
@@ -425,9 +311,7 @@ QWidget* ContentView::buildOutputRow() {
 
     connect(outputField_, &QLineEdit::textEdited, this,
             [this](const QString& text) { model_->setOutputDir(text.toStdString()); });
-    connect(outputField_, &QLineEdit::returnPressed, this, [this] {
-        model_->setOutputDir(model::expandTilde(outputField_->text().toStdString(), homeFolder_));
-    });
+    connect(outputField_, &QLineEdit::returnPressed, this, [this] { model_->expandOutputDir(); });
     connect(choose, &QPushButton::clicked, this, [this] { model_->chooseOutputFolder(); });
     connect(show, &QPushButton::clicked, this, [this] { model_->showOutputInFinder(); });
     connect(save, &QPushButton::clicked, this, [this] { model_->saveOutputAsDefault(); });
@@ -482,7 +366,7 @@ void ContentView::redraw(Field field) {
     case Field::lastRun:
     case Field::exportManifest: break;
     case Field::generatedLoops:
-        redrawLoopRows();
+        loopList_->setLoops(m.generatedLoops(), m.playingTarget(), m.playbackProgress());
         redrawSelectionButtons();
         break;
     case Field::playingTarget: redrawPlayingTarget(); break;
@@ -529,47 +413,6 @@ void ContentView::redrawSourceRows() {
     }
 }
 
-void ContentView::redrawLoopRows() {
-    const model::AppModel& m = *model_;
-    const std::vector<model::GeneratedLoop>& loops = m.generatedLoops();
-    const bool sameIds = std::equal(loops.begin(), loops.end(), loopRows_.begin(), loopRows_.end(),
-                                    [](const model::GeneratedLoop& loop, const GeneratedLoopRow* row) {
-                                        return row->loopId() == loop.id;
-                                    });
-    if (sameIds) {
-        // A tick changed: nothing else of a variation changes in place.
-        for (std::size_t i = 0; i < loops.size(); ++i)
-            loopRows_[i]->setLoopSelected(loops[i].isSelected);
-        return;
-    }
-
-    for (GeneratedLoopRow* row : loopRows_)
-        retire(row);
-    loopRows_.clear();
-    emptyLoopsLabel_->setVisible(loops.empty());
-    QWidget* list = loopListLayout_->parentWidget();
-    for (const model::GeneratedLoop& loop : loops) {
-        const playback::Uuid id = loop.id;
-        const bool playing = m.playingTarget() == PlaybackTarget::generated(id);
-        auto* row = new GeneratedLoopRow(
-            loop, playing, m.playbackProgress(), [this, id](bool on) { model_->toggleSelection(id, on); },
-            [this, id] {
-                // Look the loop up again: the list may have been replaced
-                // since this row was built.
-                const auto& current = model_->generatedLoops();
-                const auto found = std::find_if(current.begin(), current.end(),
-                                                [&id](const model::GeneratedLoop& l) { return l.id == id; });
-                if (found != current.end())
-                    model_->togglePlayback(*found);
-            },
-            list);
-        row->setObjectName(QStringLiteral("generatedLoopRow"));
-        loopListLayout_->insertWidget(loopListLayout_->count() - 1, row);
-        row->show();
-        loopRows_.push_back(row);
-    }
-}
-
 void ContentView::redrawPlayingTarget() {
     const model::AppModel& m = *model_;
     const bool sourcePlaying = m.playingTarget() == PlaybackTarget::source();
@@ -579,8 +422,7 @@ void ContentView::redrawPlayingTarget() {
                                           : QStringLiteral("Source: Stopped (click waveform to play)"));
     setTextColor(sourceCaption_, sourcePlaying ? look::green() : look::secondary(palette()));
 
-    for (GeneratedLoopRow* row : loopRows_)
-        row->setPlayback(m.playingTarget() == PlaybackTarget::generated(row->loopId()), m.playbackProgress());
+    loopList_->setPlayback(m.playingTarget(), m.playbackProgress());
 }
 
 void ContentView::redrawPlaybackProgress() {
@@ -593,11 +435,7 @@ void ContentView::redrawPlaybackProgress() {
         sourceWaveform_->setPlayheadProgress(m.playbackProgress());
         return;
     }
-    const auto row = std::find_if(loopRows_.begin(), loopRows_.end(), [&m](const GeneratedLoopRow* candidate) {
-        return candidate->loopId() == m.playingTarget()->id;
-    });
-    if (row != loopRows_.end())
-        (*row)->setPlayback(true, m.playbackProgress());
+    loopList_->setPlayingProgress(m.playingTarget()->id, m.playbackProgress());
 }
 
 void ContentView::redrawGlitchRow() {
@@ -624,14 +462,6 @@ void ContentView::redrawSelectionButtons() {
     selectNoneButton_->setEnabled(!loops.empty());
     exportButton_->setEnabled(
         std::any_of(loops.begin(), loops.end(), [](const model::GeneratedLoop& loop) { return loop.isSelected; }));
-}
-
-void ContentView::setAllSelected(bool isSelected) {
-    std::vector<playback::Uuid> ids;
-    for (const model::GeneratedLoop& loop : model_->generatedLoops())
-        ids.push_back(loop.id);
-    for (const playback::Uuid& id : ids)
-        model_->toggleSelection(id, isSelected);
 }
 
 } // namespace marquetry::ui

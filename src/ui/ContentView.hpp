@@ -5,7 +5,6 @@
 #include <QWidget>
 
 #include <memory>
-#include <string>
 #include <vector>
 
 class QCheckBox;
@@ -13,15 +12,14 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QScrollArea;
 class QSlider;
 class QSpinBox;
 class QVBoxLayout;
 
 namespace marquetry::ui {
 
-class GeneratedLoopRow;
 class SourceFileRow;
+class VariationListPanel;
 class WaveformView;
 
 /// The main window's content: every control of the working surface, drawn
@@ -35,6 +33,8 @@ public:
     explicit ContentView(model::Platform platform, QWidget* parent = nullptr);
     ~ContentView() override;
 
+    /// The window's model, alive as long as the view; for tests and
+    /// screenshots that drive it directly.
     model::AppModel& model() { return *model_; }
 
 private:
@@ -52,15 +52,12 @@ private:
     /// Brings the controls that show `field` up to date with the model.
     void redraw(Field field);
     void redrawSourceRows();
-    void redrawLoopRows();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();
     void redrawGlitchRow();
     void redrawGenerateButton();
     void redrawSelectionButtons();
-    void setAllSelected(bool isSelected);
 
-    std::string homeFolder_;
     std::unique_ptr<model::AppModel> model_;
 
     QVBoxLayout* layout_ = nullptr;
@@ -82,8 +79,7 @@ private:
     QVBoxLayout* sourceListLayout_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
-    QVBoxLayout* loopListLayout_ = nullptr;
-    QLabel* emptyLoopsLabel_ = nullptr;
+    VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
@@ -91,9 +87,8 @@ private:
     QLineEdit* outputField_ = nullptr;
 
     // The rows on screen, in list order; rebuilt only when the list of files
-    // or of variation ids changes, otherwise updated in place.
+    // changes, otherwise updated in place.
     std::vector<SourceFileRow*> sourceRows_;
-    std::vector<GeneratedLoopRow*> loopRows_;
 };
 
 } // namespace marquetry::ui

@@ -34,7 +34,6 @@ public:
     /// Whether this row's loop is the one playing, and the model's progress,
     /// which the row shows only while playing. Repaints only what changed.
     void setPlayback(bool isPlaying, std::optional<double> playbackProgress);
-    bool isPlaying() const { return isPlaying_; }
 
     /// The row's parts, for tests.
     QCheckBox* checkBox() const { return checkBox_; }

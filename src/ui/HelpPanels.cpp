@@ -15,6 +15,22 @@
 
 namespace marquetry::ui {
 
+namespace {
+
+// Where the help window's content goes on a screen with `screen` geometry:
+// 980 x 640 with its bottom-left corner 170 right of and 120 above the
+// screen's bottom-left corner, moved down onto `available` when the screen
+// is too short for that.
+QRect windowGeometry(const QRect& screen, const QRect& available) {
+    constexpr int left = 170, bottom = 120, width = 980, height = 640;
+    // The position is measured from the screen's bottom edge; Qt's origin is
+    // at the top.
+    const int top = std::max(screen.y() + screen.height() - bottom - height, available.y());
+    return {screen.x() + left, top, width, height};
+}
+
+} // namespace
+
 HelpPanels& HelpPanels::shared() {
     static HelpPanels* const instance = [] {
         // Outlives the application on purpose, so that the post routine below
@@ -32,14 +48,6 @@ void HelpPanels::disposeAtExit() {
     HelpPanels& panels = shared();
     delete panels.helpWindow_.data();
     delete panels.closedWindow_.data();
-}
-
-QRect HelpPanels::windowGeometry(const QRect& screen, const QRect& available) {
-    constexpr int left = 170, bottom = 120, width = 980, height = 640;
-    // The position is measured from the screen's bottom edge; Qt's origin is
-    // at the top.
-    const int top = std::max(screen.y() + screen.height() - bottom - height, available.y());
-    return {screen.x() + left, top, width, height};
 }
 
 void HelpPanels::showHelp() {

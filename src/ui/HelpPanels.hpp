@@ -2,7 +2,6 @@
 
 #include <QObject>
 #include <QPointer>
-#include <QRect>
 #include <QWidget>
 
 class QAction;
@@ -29,13 +28,8 @@ public:
     /// window's identifier; any other window is ignored.
     void windowWillClose(QWidget* window);
 
+    /// The object name that marks the help window.
     static constexpr const char* windowIdentifier = "marquetry-help-window";
-
-    /// Where the help window's content goes on a screen with `screen`
-    /// geometry: 980 x 640 with its bottom-left corner 170 right of and 120
-    /// above the screen's bottom-left corner, moved down onto `available`
-    /// when the screen is too short for that.
-    static QRect windowGeometry(const QRect& screen, const QRect& available);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

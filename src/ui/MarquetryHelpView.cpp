@@ -21,198 +21,6 @@ namespace {
 
 using Style = HelpBlock::Style;
 
-HelpBlock block(Style style, QString text, bool secondary = false, int extraSpaceAbove = 0) {
-    return HelpBlock{style, std::move(text), secondary, extraSpaceAbove};
-}
-
-HelpBlock body(QString text) { return block(Style::body, std::move(text)); }
-
-HelpBlock title(HelpTopic topic) { return block(Style::title, helpTopicTitle(topic)); }
-
-HelpPage welcomePage() {
-    return {12,
-            {
-                block(Style::header, {}),
-                block(Style::largeTitle, QStringLiteral("Welcome to Marquetry")),
-                block(Style::headline, QStringLiteral("Version v0.1.0-beta.1"), true),
-                block(Style::title3,
-                      QStringLiteral("Marquetry turns one or more drum loops into playable break variations, with "
-                                     "fast generation, in-context auditioning and selective export.")),
-                block(Style::body,
-                      QStringLiteral("Use this guide from top to bottom once, then jump directly to topics from the "
-                                     "left sidebar."),
-                      true),
-            }};
-}
-
-HelpPage getStartedPage() {
-    return {8,
-            {
-                title(HelpTopic::getStarted),
-                body(QStringLiteral("1. Choose your Source Folder.")),
-                body(QStringLiteral("2. Choose your Output Folder.")),
-                body(QStringLiteral("3. Select a source loop in the left list.")),
-                body(QStringLiteral("4. Set Slices, Variations, Chop Model, and optional Seed.")),
-                body(QStringLiteral("5. Click Generate.")),
-                body(QStringLiteral("6. Audition loops by clicking source/generated waveforms.")),
-                body(QStringLiteral("7. Export selected variations.")),
-            }};
-}
-
-HelpPage mainInterfacePage() {
-    HelpPage page{10, {title(HelpTopic::mainInterface)}};
-    const auto section = [&page](const char* heading, std::initializer_list<const char*> paragraphs) {
-        page.blocks.push_back(block(Style::headline, QString::fromUtf8(heading)));
-        for (const char* paragraph : paragraphs)
-            page.blocks.push_back(body(QString::fromUtf8(paragraph)));
-    };
-    section("Source Folder",
-            {"Set the location used to discover source WAV loops. Use Choose to select the directory and Refresh to "
-             "rescan file contents. Selecting a source file from the left list loads its waveform immediately."});
-    section("Engine Controls",
-            {"Generate controls output creation. Slices sets target chop density, Variations defines how many loops "
-             "are produced, Chop Model selects rhythmic behavior, Mashup Mode pools slices from multiple loops, Seed "
-             "controls repeatability, and Master Fader controls preview playback volume."});
-    section("Seed",
-            {"Seed is an optional randomization key. If you reuse the same source material, settings, and Seed value, "
-             "Marquetry will generate the same variation sequence again. Changing Seed gives a new result profile. "
-             "Leaving Seed blank uses time-based randomness for fresh output each run.",
-             "When Chop Model is set to Glitch, a Glitch Amount control appears to set effect intensity."});
-    section("Source and Generated Panels",
-            {"The Source Loop Waveform remains fixed and always visible while you work. Generated Variations are shown "
-             "below in a scrollable section, each with a selectable export checkbox and a click-to-toggle looping "
-             "preview."});
-    section("Source List",
-            {"Click a loop name to select the primary source. In Mashup Mode, include/exclude files using the row "
-             "checkbox to build a pooled slice set. This allows hybrid generation from multiple source loops without "
-             "changing the main selection workflow."});
-    section("Transport and Status",
-            {"Playback is intentionally single-stream: one source or one generated loop at a time to keep auditioning "
-             "clear. Use Stop Playback for immediate reset. The bottom status line reports generation, export, and "
-             "runtime messages."});
-    section("Export Workflow",
-            {"Generation creates in-app previews first. Nothing is written to disk until Export Selected is used. This "
-             "keeps experimentation non-destructive and gives precise control over what is actually rendered."});
-    return page;
-}
-
-HelpPage chopModelsPage() {
-    struct Entry {
-        const char* heading;
-        const char* paragraph;
-    };
-    static constexpr Entry entries[] = {
-        {"Grid", "Grid is the most stable model. It uses evenly spaced slice regions and reshuffles with controlled "
-                 "movement. If you want clear bar structure, dependable phrasing, and results that drop into a mix "
-                 "quickly, start here."},
-        {"Transient", "Transient follows energy changes in the source and favors attack points over fixed spacing. "
-                      "This keeps hits feeling intact and often produces edits that sound more 'played' than strictly "
-                      "programmed."},
-        {"Dice", "Dice introduces chance-led duration weighting and phrase shifts. It allows unusual spacing and "
-                 "asymmetry on purpose, useful when you want less predictable rhythmic behavior and exploratory "
-                 "outcomes."},
-        {"Swarm", "Swarm pushes a denser stochastic approach. Expect clustered activity, abrupt contour changes, and "
-                  "mathematically skewed rhythmic distribution that can feel architectural and intense."},
-        {"Glitch", "Glitch adds digital-style disruption on top of slicing. In this mode, slices can be pitch-shifted "
-                   "up/down, micro-detuned, stutter-repeated, and occasionally reversed for textural fracture and "
-                   "electronic instability."},
-        {"Pivot", "Pivot favors fast pivots, short repeated figures, and aggressive redirection. It is useful for "
-                  "high-pressure edits where compact fragments and sharp transitions are the point."},
-        {"Interlock", "Interlock leans into interlocking cycle lengths and offset recurrences. Patterns evolve in less "
-                      "obvious ways over time, producing machine-precise but non-linear groove behavior."},
-        {"Drift", "Drift emphasizes motif memory and slow drift. It tends to hold familiar fragments and mutate them "
-                  "gently, giving smoother movement and a more restrained feel."},
-        {"Momentum", "Momentum is built around forward momentum and phrase punctuation. It keeps progression clear "
-                     "while adding useful end-of-phrase fills, making it strong for energetic transitions."},
-    };
-    HelpPage page{8, {title(HelpTopic::chopModels)}};
-    for (const Entry& entry : entries) {
-        const int extra = page.blocks.size() == 1 ? 0 : 4;
-        page.blocks.push_back(block(Style::headline, QString::fromUtf8(entry.heading), false, extra));
-        page.blocks.push_back(body(QString::fromUtf8(entry.paragraph)));
-    }
-    page.blocks.push_back(block(Style::body,
-                                QStringLiteral("These models are original rhythmic interpretations shaped by broader "
-                                               "electronic traditions; they are intended as respectful influence, not "
-                                               "direct replication of any specific artist."),
-                                true, 6));
-    return page;
-}
-
-HelpPage mashupModePage() {
-    return {8,
-            {
-                title(HelpTopic::mashupMode),
-                body(QStringLiteral("Enable Mashup Mode to pool slices from multiple source loops.")),
-                body(QStringLiteral("Check source files in the left list to include them.")),
-                body(QStringLiteral("If none are checked, the selected source loop is used.")),
-            }};
-}
-
-HelpPage playbackPage() {
-    return {8,
-            {
-                title(HelpTopic::playback),
-                body(QStringLiteral("Click the source waveform to toggle source loop playback.")),
-                body(QStringLiteral("Click any generated waveform to toggle that loop.")),
-                body(QStringLiteral("Only one loop preview plays at a time.")),
-                body(QStringLiteral("Use Master Fader to control preview volume.")),
-                body(QStringLiteral("Use Stop Playback for immediate stop.")),
-            }};
-}
-
-HelpPage exportPage() {
-    return {8,
-            {
-                title(HelpTopic::export_),
-                body(QStringLiteral("Select the generated loops you want using checkboxes.")),
-                body(QStringLiteral("Use Select All / Select None for quick selection.")),
-                body(QStringLiteral("Export Selected writes WAV files to Output Folder.")),
-                body(QStringLiteral("File names use format marquetry_01.wav, marquetry_02.wav, etc.")),
-            }};
-}
-
-HelpPage licenseTermsPage() {
-    return {10,
-            {
-                title(HelpTopic::licenseTerms),
-                body(QStringLiteral("By installing or using Marquetry you agree to the following terms of use.")),
-                body(QStringLiteral("1. Marquetry is provided \"as is\", without warranty of any kind, express or "
-                                    "implied, including fitness for a particular purpose.")),
-                body(QStringLiteral("2. You are responsible for holding the rights to every recording you load, "
-                                    "slice or export with Marquetry.")),
-                body(QStringLiteral("3. Loops you generate from material you own or are licensed to use are yours, "
-                                    "including for commercial releases.")),
-                body(QStringLiteral("4. You may not sell, sublicense or redistribute Marquetry itself, in whole or in "
-                                    "part, without written permission.")),
-                body(QStringLiteral("5. You may not decompile, reverse engineer or remove notices from the "
-                                    "application, except where the law expressly allows it.")),
-                body(QStringLiteral("6. As far as the law permits, the authors are not liable for any loss of data, "
-                                    "audio or income arising from its use.")),
-                body(QStringLiteral("7. This is a beta release: features, file formats and these terms may change in "
-                                    "later versions.")),
-                block(Style::body,
-                      QStringLiteral("If you do not accept these terms, stop using Marquetry and delete your copy."),
-                      true),
-            }};
-}
-
-HelpPage troubleshootingPage() {
-#ifdef Q_OS_MACOS
-    const QString noAudio = QStringLiteral("No audio: verify macOS output and raise Master Fader.");
-#else
-    const QString noAudio = QStringLiteral("No audio: verify your system's audio output and raise Master Fader.");
-#endif
-    return {8,
-            {
-                title(HelpTopic::troubleshooting),
-                body(QStringLiteral("No files listed: check Source Folder path and click Refresh.")),
-                body(noAudio),
-                body(QStringLiteral("Export failed: check output folder write permissions.")),
-                body(QStringLiteral("Menus missing: click the Marquetry window so the app is active.")),
-            }};
-}
-
 // The page sizes are those of the desktop's text styles at a 13-point body,
 // scaled to the body font this desktop uses, so the hierarchy survives a
 // larger or smaller system font.
@@ -254,46 +62,24 @@ QLabel* textLabel(const HelpBlock& line, QWidget* parent) {
     return label;
 }
 
+// A new widget showing `topic`'s page; the caller owns it.
+QWidget* topicPage(HelpTopic topic) {
+    const HelpPage content = helpPage(topic);
+    auto* page = new QWidget;
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(content.spacing);
+    for (const HelpBlock& line : content.blocks) {
+        if (line.extraSpaceAbove > 0)
+            column->addSpacing(line.extraSpaceAbove);
+        QWidget* widget = line.style == Style::header ? makeWelcomeHeader(appLogoImage(), page)
+                                                      : textLabel(line, page);
+        column->addWidget(widget);
+    }
+    return page;
+}
+
 } // namespace
-
-const std::array<HelpTopic, 9>& allHelpTopics() {
-    static constexpr std::array<HelpTopic, 9> topics{
-        HelpTopic::welcome,    HelpTopic::getStarted, HelpTopic::mainInterface,
-        HelpTopic::chopModels, HelpTopic::mashupMode, HelpTopic::playback,
-        HelpTopic::export_,    HelpTopic::licenseTerms, HelpTopic::troubleshooting,
-    };
-    return topics;
-}
-
-QString helpTopicTitle(HelpTopic topic) {
-    switch (topic) {
-    case HelpTopic::welcome: return QStringLiteral("Welcome");
-    case HelpTopic::getStarted: return QStringLiteral("Get Started");
-    case HelpTopic::mainInterface: return QStringLiteral("Main Interface");
-    case HelpTopic::chopModels: return QStringLiteral("Chop Models");
-    case HelpTopic::mashupMode: return QStringLiteral("Mashup Mode");
-    case HelpTopic::playback: return QStringLiteral("Playback");
-    case HelpTopic::export_: return QStringLiteral("Export");
-    case HelpTopic::licenseTerms: return QStringLiteral("License & Terms");
-    case HelpTopic::troubleshooting: return QStringLiteral("Troubleshooting");
-    }
-    return {};
-}
-
-HelpPage helpPage(HelpTopic topic) {
-    switch (topic) {
-    case HelpTopic::welcome: return welcomePage();
-    case HelpTopic::getStarted: return getStartedPage();
-    case HelpTopic::mainInterface: return mainInterfacePage();
-    case HelpTopic::chopModels: return chopModelsPage();
-    case HelpTopic::mashupMode: return mashupModePage();
-    case HelpTopic::playback: return playbackPage();
-    case HelpTopic::export_: return exportPage();
-    case HelpTopic::licenseTerms: return licenseTermsPage();
-    case HelpTopic::troubleshooting: return troubleshootingPage();
-    }
-    return {};
-}
 
 QWidget* makeWelcomeHeader(const std::optional<QImage>& logo, QWidget* parent) {
     auto* header = new QWidget(parent);
@@ -318,22 +104,6 @@ QWidget* makeWelcomeHeader(const std::optional<QImage>& logo, QWidget* parent) {
     row->addWidget(mark);
     row->addStretch(1);
     return header;
-}
-
-QWidget* MarquetryHelpView::page(HelpTopic topic) {
-    const HelpPage content = helpPage(topic);
-    auto* page = new QWidget;
-    auto* column = new QVBoxLayout(page);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(content.spacing);
-    for (const HelpBlock& line : content.blocks) {
-        if (line.extraSpaceAbove > 0)
-            column->addSpacing(line.extraSpaceAbove);
-        QWidget* widget = line.style == Style::header ? makeWelcomeHeader(appLogoImage(), page)
-                                                      : textLabel(line, page);
-        column->addWidget(widget);
-    }
-    return page;
 }
 
 MarquetryHelpView::MarquetryHelpView(QWidget* parent)
@@ -409,7 +179,7 @@ void MarquetryHelpView::showPage() {
     auto* column = new QVBoxLayout(holder);
     column->setContentsMargins(24, 24, 24, 24);
     column->setSpacing(16);
-    column->addWidget(page(selected_));
+    column->addWidget(topicPage(selected_));
     column->addStretch(1);
     pageArea_->setWidget(holder); // deletes the previous page
 }

@@ -1,186 +1,34 @@
 #include "ui/QtAudioPlayer.hpp"
 
 #include "audio/WavReader.hpp"
-#include "ui/QtAudioPlayerInternals.hpp"
+#include "ui/LoopingDevice.hpp"
+#include "ui/SampleConversion.hpp"
 
 #include <QAudioDevice>
 #include <QAudioSink>
 #include <QMediaDevices>
 #include <QThread>
 #include <QTimer>
-#include <QtEndian>
 
 #include <algorithm>
-#include <bit>
-#include <cfloat>
-#include <climits>
-#include <cstring>
+#include <atomic>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 namespace marquetry::ui {
-namespace detail {
-namespace {
-
-template <typename T>
-void storeNative(char* out, T value) {
-    std::memcpy(out, &value, sizeof value);
-}
-
-void convertUInt8(const std::uint8_t* in, char* out) {
-    storeNative(out, in[0]);
-}
-void convertInt16(const std::uint8_t* in, char* out) {
-    storeNative(out, qFromLittleEndian<qint16>(in));
-}
-// The 24 bits become the top of 32, so full scale stays full scale.
-void convertInt24(const std::uint8_t* in, char* out) {
-    const auto bits = (std::uint32_t{in[0]} << 8) | (std::uint32_t{in[1]} << 16) | (std::uint32_t{in[2]} << 24);
-    storeNative(out, static_cast<qint32>(bits));
-}
-void convertInt32(const std::uint8_t* in, char* out) {
-    storeNative(out, qFromLittleEndian<qint32>(in));
-}
-void convertFloat32(const std::uint8_t* in, char* out) {
-    storeNative(out, std::bit_cast<float>(qFromLittleEndian<quint32>(in)));
-}
-void convertFloat64(const std::uint8_t* in, char* out) {
-    // Narrowing a double beyond float's range is undefined; such a sample
-    // clips anyway. NaN passes through std::clamp unchanged.
-    const double wide = std::clamp(std::bit_cast<double>(qFromLittleEndian<quint64>(in)), -double{FLT_MAX},
-                                   double{FLT_MAX});
-    storeNative(out, static_cast<float>(wide));
-}
-
-struct SampleLayout {
-    int inBytes;
-    int outBytes;
-    QAudioFormat::SampleFormat format;
-    void (*convert)(const std::uint8_t* in, char* out);
-};
-
-SampleLayout sampleLayout(const audio::WavData& wav) {
-    if (wav.audioFormat == audio::formatPcm) {
-        switch (wav.bitsPerSample) {
-        case 8: return {1, 1, QAudioFormat::UInt8, convertUInt8};
-        case 16: return {2, 2, QAudioFormat::Int16, convertInt16};
-        case 24: return {3, 4, QAudioFormat::Int32, convertInt24};
-        case 32: return {4, 4, QAudioFormat::Int32, convertInt32};
-        default: break;
-        }
-    } else if (wav.audioFormat == audio::formatFloat) {
-        switch (wav.bitsPerSample) {
-        case 32: return {4, 4, QAudioFormat::Float, convertFloat32};
-        case 64: return {8, 4, QAudioFormat::Float, convertFloat64};
-        default: break;
-        }
-    }
-    const char* kind = wav.audioFormat == audio::formatFloat ? "floating-point" : "integer";
-    throw std::runtime_error(std::to_string(wav.bitsPerSample) + "-bit " + kind + " samples cannot be played.");
-}
-
-} // namespace
-
-PlayableAudio makePlayableAudio(const audio::WavData& wav) {
-    if (wav.channels == 0)
-        throw std::runtime_error("The audio has no channels.");
-    if (wav.sampleRate == 0)
-        throw std::runtime_error("The audio has a sample rate of 0 Hz.");
-    if (wav.sampleRate > INT_MAX)
-        throw std::runtime_error("A sample rate of " + std::to_string(wav.sampleRate) + " Hz cannot be played.");
-    const SampleLayout layout = sampleLayout(wav);
-    const std::size_t samplesPerFrame = wav.channels;
-    if (wav.blockAlign < samplesPerFrame * static_cast<std::size_t>(layout.inBytes))
-        throw std::runtime_error("Frames of " + std::to_string(wav.blockAlign) + " bytes cannot hold "
-                                 + std::to_string(wav.channels) + " channels of "
-                                 + std::to_string(wav.bitsPerSample) + "-bit samples.");
-
-    PlayableAudio playable;
-    playable.format.setSampleRate(static_cast<int>(wav.sampleRate));
-    playable.format.setChannelCount(wav.channels);
-    playable.format.setSampleFormat(layout.format);
-
-    const auto frames = static_cast<std::size_t>(audio::frameCount(wav.pcmData.size(), wav.blockAlign));
-    const bool storedAsPlayed = layout.inBytes == layout.outBytes
-                                && wav.blockAlign == samplesPerFrame * static_cast<std::size_t>(layout.inBytes)
-                                && std::endian::native == std::endian::little;
-    if (storedAsPlayed) {
-        playable.pcm = QByteArray(reinterpret_cast<const char*>(wav.pcmData.data()),
-                                  static_cast<qsizetype>(frames * wav.blockAlign));
-        return playable;
-    }
-
-    playable.pcm.resize(static_cast<qsizetype>(frames * samplesPerFrame * static_cast<std::size_t>(layout.outBytes)));
-    char* out = playable.pcm.data();
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-        const std::uint8_t* in = wav.pcmData.data() + frame * wav.blockAlign;
-        for (std::size_t channel = 0; channel < samplesPerFrame; ++channel) {
-            layout.convert(in, out);
-            in += layout.inBytes;
-            out += layout.outBytes;
-        }
-    }
-    return playable;
-}
-
-LoopingAudioDevice::LoopingAudioDevice(QByteArray pcm, int passes, QObject* parent)
-    : QIODevice(parent), pcm_(std::move(pcm)), passes_(passes) {
-    open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-}
-
-void LoopingAudioDevice::rewind(int passes) {
-    passes_ = passes;
-    bytesRead_.store(0, std::memory_order_release);
-}
-
-qint64 LoopingAudioDevice::bytesLeft() const {
-    const qint64 read = bytesRead();
-    if (pcm_.isEmpty())
-        return 0;
-    // Forever: what is left of this pass and the whole of the next, which
-    // keeps readers that size their reads by it reading.
-    if (passes_ < 0)
-        return pcm_.size() - read % pcm_.size() + pcm_.size();
-    return std::max<qint64>(0, qint64{passes_} * pcm_.size() - read);
-}
-
-qint64 LoopingAudioDevice::bytesAvailable() const {
-    return bytesLeft() + QIODevice::bytesAvailable();
-}
-
-qint64 LoopingAudioDevice::readData(char* data, qint64 maxSize) {
-    const qint64 wanted = std::min(maxSize, bytesLeft());
-    qint64 read = bytesRead();
-    qint64 done = 0;
-    while (done < wanted) {
-        const qint64 at = read % pcm_.size();
-        const qint64 chunk = std::min(wanted - done, pcm_.size() - at);
-        std::memcpy(data + done, pcm_.constData() + at, static_cast<std::size_t>(chunk));
-        done += chunk;
-        read += chunk;
-    }
-    bytesRead_.store(read, std::memory_order_release);
-    return done;
-}
-
-qint64 LoopingAudioDevice::writeData(const char*, qint64) {
-    return -1;
-}
-
-} // namespace detail
-
 namespace {
 
 /// Owns the sink and its source on the audio thread. Everything but the
 /// constructor and `heardBytes` runs there.
 class SinkHost final : public QObject {
 public:
-    SinkHost(QAudioDevice device, detail::PlayableAudio audio, std::atomic<qint64>& heardBytes)
+    SinkHost(QAudioDevice device, PlayableAudio audio, std::atomic<qint64>& heardBytes)
         : outputDevice_(std::move(device)), audio_(std::move(audio)), heardBytes_(heardBytes) {}
 
     void create() {
         passBytes_ = audio_.pcm.size();
-        source_ = std::make_unique<detail::LoopingAudioDevice>(std::move(audio_.pcm), -1);
+        source_ = std::make_unique<LoopingAudioDevice>(std::move(audio_.pcm), -1);
         // The default buffer size: smaller ones never start in Qt 6.4.
         sink_ = std::make_unique<QAudioSink>(outputDevice_, audio_.format);
         QObject::connect(sink_.get(), &QAudioSink::stateChanged, this, [this](QAudio::State state) {
@@ -247,12 +95,12 @@ private:
     }
 
     QAudioDevice outputDevice_;
-    detail::PlayableAudio audio_;
+    PlayableAudio audio_;
     std::atomic<qint64>& heardBytes_;
     int passes_ = -1;
     qint64 passBytes_ = 0;
     // The sink reads from the source, so it goes first.
-    std::unique_ptr<detail::LoopingAudioDevice> source_;
+    std::unique_ptr<LoopingAudioDevice> source_;
     std::unique_ptr<QAudioSink> sink_;
     std::unique_ptr<QTimer> positionTimer_;
 };
@@ -261,7 +109,7 @@ private:
 /// order, so the main thread never waits on the audio server while playing.
 class QtAudioPlayer final : public playback::AudioPlayer {
 public:
-    QtAudioPlayer(const QAudioDevice& device, detail::PlayableAudio audio)
+    QtAudioPlayer(const QAudioDevice& device, PlayableAudio audio)
         : pcmBytes_(audio.pcm.size()),
           bytesPerSecond_(qint64{audio.format.bytesPerFrame()} * audio.format.sampleRate()),
           frames_(audio.pcm.size() / audio.format.bytesPerFrame()),
@@ -339,7 +187,7 @@ private:
 
 std::unique_ptr<playback::AudioPlayer> QtAudioPlayerFactory::createPlayer(const audio::Bytes& wavImage) {
     const audio::WavData wav = audio::parseWav(wavImage);
-    detail::PlayableAudio audio = detail::makePlayableAudio(wav);
+    PlayableAudio audio = makePlayableAudio(wav);
 
     const QAudioDevice device = QMediaDevices::defaultAudioOutput();
     if (device.isNull())

@@ -114,17 +114,12 @@ WaveformView::WaveformView(QWidget* parent) : QWidget(parent), color_(look::blue
 
 WaveformView::~WaveformView() { dropStaticLayers(); }
 
-void WaveformView::setWaveform(std::vector<float> points) {
-    waveform_ = std::move(points);
+void WaveformView::setWaveform(std::span<const double> points) {
+    waveform_.resize(points.size());
+    std::transform(points.begin(), points.end(), waveform_.begin(),
+                   [](double value) { return static_cast<float>(value); });
     dropStaticLayers();
     update();
-}
-
-void WaveformView::setWaveform(std::span<const double> points) {
-    std::vector<float> converted(points.size());
-    std::transform(points.begin(), points.end(), converted.begin(),
-                   [](double value) { return static_cast<float>(value); });
-    setWaveform(std::move(converted));
 }
 
 void WaveformView::setColor(const QColor& color) {

@@ -47,12 +47,10 @@ public:
     explicit WaveformView(QWidget* parent = nullptr);
 
     /// Envelope points, left to right, each expected in 0 to 1; not clamped.
-    void setWaveform(std::vector<float> points);
     void setWaveform(std::span<const double> points);
-    const std::vector<float>& waveform() const { return waveform_; }
 
+    /// The colour of the envelope's body.
     void setColor(const QColor& color);
-    QColor color() const { return color_; }
 
     /// Fraction of the width; none hides the playhead. Drawn clamped to 0..1.
     void setPlayheadProgress(std::optional<double> progress);
@@ -60,7 +58,6 @@ public:
 
     /// The icon drawn centred over the waveform, `diameter` points across.
     void setPlaybackIcon(PlaybackIcon icon, double diameter = 28);
-    PlaybackIcon playbackIcon() const { return icon_; }
 
     ~WaveformView() override;
 

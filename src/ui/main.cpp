@@ -1,7 +1,7 @@
+#include "model/LaunchSettings.hpp"
 #include "model/SystemServices.hpp"
 #include "ui/ContentView.hpp"
 #include "ui/HelpPanels.hpp"
-#include "ui/LaunchSettings.hpp"
 #include "ui/QtAudioPlayer.hpp"
 #include "ui/QtPlatform.hpp"
 
@@ -35,7 +35,7 @@ struct QtServices {
     }
 
     ui::QtSettingsStore storedSettings;
-    ui::LaunchSettings settings;
+    model::LaunchSettings settings;
     ui::QtFolderChooser folderChooser;
     ui::QtFileBrowser fileBrowser;
     ui::QtTaskRunner tasks;

@@ -127,8 +127,12 @@ private slots:
         QCOMPARE(rows.size(), 4);
         QVERIFY(emptyLabel->isHidden());
         QVERIFY(selectAll->isEnabled() && selectNone->isEnabled() && exportButton->isEnabled());
+        std::vector<Field> writes;
+        model.subscribe([&writes](Field field) { writes.push_back(field); });
         click(selectNone);
         QCOMPARE(ticked(), 0);
+        // Each tick is published as it changes, and nothing else is written.
+        QCOMPARE(writes, std::vector<Field>(4, Field::generatedLoops));
         QVERIFY(!exportButton->isEnabled() && selectAll->isEnabled());
         click(rows[2]->checkBox());
         QVERIFY(model.generatedLoops()[2].isSelected && exportButton->isEnabled());

@@ -1,8 +1,5 @@
-#include "support/PlatformFakes.hpp"
-#include "model/AppModel.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/HelpPanels.hpp"
-#include "ui/LaunchSettings.hpp"
 #include "ui/MarquetryHelpView.hpp"
 
 #include <QAction>
@@ -150,20 +147,6 @@ private slots:
         QVERIFY(junk.open(QIODevice::WriteOnly | QIODevice::Truncate) && junk.write("not a png") > 0);
         junk.close();
         QCOMPARE(foundSize(places), QSize(30, 10));
-    }
-
-    void launchSourceFolderIsReadButNeverStored() {
-        const std::string sourceKey = model::AppModel::sourceDirKey;
-        model::test::FakeSettings stored;
-        stored.values = {{sourceKey, "/stored/source"}, {model::AppModel::outputDirKey, "/stored/output"}};
-
-        QCOMPARE(ui::LaunchSettings(stored, std::nullopt).string(sourceKey).value_or(""), "/stored/source");
-        ui::LaunchSettings launch(stored, "/launch/loops");
-        QCOMPARE(launch.string(sourceKey).value_or(""), "/launch/loops");
-        QCOMPARE(launch.string(model::AppModel::outputDirKey).value_or(""), "/stored/output");
-        QCOMPARE(stored.values[sourceKey], "/stored/source");
-        launch.setString(sourceKey, "/saved/source");
-        QCOMPARE(stored.values[sourceKey], "/saved/source");
     }
 };
 

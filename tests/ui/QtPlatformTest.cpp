@@ -4,9 +4,10 @@
 
 #include "audio/WavWriter.hpp"
 #include "model/AppModel.hpp"
+#include "ui/LoopingDevice.hpp"
 #include "ui/QtAudioPlayer.hpp"
-#include "ui/QtAudioPlayerInternals.hpp"
 #include "ui/QtPlatform.hpp"
+#include "ui/SampleConversion.hpp"
 
 #include <QApplication>
 #include <QDir>
@@ -47,7 +48,7 @@ audio::WavData record(std::uint16_t format, std::uint16_t channels, std::uint16_
     return {format, channels, rate, rate * blockAlign, blockAlign, bits, std::move(pcm)};
 }
 
-QByteArray readAll(ui::detail::LoopingAudioDevice& device, std::initializer_list<qint64> chunkSizes) {
+QByteArray readAll(ui::LoopingAudioDevice& device, std::initializer_list<qint64> chunkSizes) {
     QByteArray out;
     for (const qint64 size : chunkSizes)
         out += device.read(size);
@@ -213,7 +214,7 @@ private slots:
         QFETCH(audio::WavData, wav);
         QFETCH(QAudioFormat::SampleFormat, format);
         QFETCH(QByteArray, expected);
-        const ui::detail::PlayableAudio playable = ui::detail::makePlayableAudio(wav);
+        const ui::PlayableAudio playable = ui::makePlayableAudio(wav);
         QCOMPARE(playable.format.sampleFormat(), format);
         QCOMPARE(playable.format.channelCount(), int{wav.channels});
         QCOMPARE(playable.format.sampleRate(), int(wav.sampleRate));
@@ -222,7 +223,7 @@ private slots:
 
     void loopingDeviceRepeatsWithoutSeamForItsPasses() {
         const QByteArray pass("0123456789");
-        ui::detail::LoopingAudioDevice endless(pass, -1);
+        ui::LoopingAudioDevice endless(pass, -1);
         // Reads of every size, several ending or starting on the seam, and one
         // longer than a whole pass.
         QCOMPARE(readAll(endless, {3, 7, 4, 13, 1, 2, 5}), pass.repeated(4).left(35));
@@ -230,14 +231,14 @@ private slots:
         endless.rewind(-1);
         QCOMPARE(endless.read(4), QByteArray("0123"));
 
-        ui::detail::LoopingAudioDevice twice("abcd", 2);
+        ui::LoopingAudioDevice twice("abcd", 2);
         QCOMPARE(readAll(twice, {3, 3, 3, 3}), QByteArray("abcdabcd"));
         QVERIFY(twice.atEnd());
         twice.rewind(1);
         QCOMPARE(readAll(twice, {10}), QByteArray("abcd"));
 
         // Nothing to repeat must not mean reading for ever.
-        ui::detail::LoopingAudioDevice empty(QByteArray(), -1);
+        ui::LoopingAudioDevice empty(QByteArray(), -1);
         QCOMPARE(empty.read(16), QByteArray());
         QCOMPARE(empty.bytesAvailable(), 0);
     }

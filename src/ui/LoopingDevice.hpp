@@ -1,31 +1,11 @@
 #pragma once
 
-// The pieces of QtAudioPlayer.cpp that need no audio server, declared here
-// so that tests can reach them.
-
-#include "audio/WavData.hpp"
-
-#include <QAudioFormat>
 #include <QByteArray>
 #include <QIODevice>
 
 #include <atomic>
 
-namespace marquetry::ui::detail {
-
-/// Samples in a layout QAudioSink takes, and that layout.
-struct PlayableAudio {
-    QAudioFormat format;
-    QByteArray pcm;
-};
-
-/// Re-lays a decoded WAV record for QAudioSink: 8-bit unsigned, 16- and
-/// 32-bit integer and 32-bit float keep their values; 24-bit integer widens
-/// to 32-bit, 64-bit float narrows to 32-bit; padding inside frames is
-/// dropped. Throws std::runtime_error describing, for the user, a record with
-/// no channels, a sample rate of 0, a sample width it cannot play, or frames
-/// too small for their channels. Pure; safe on any thread.
-PlayableAudio makePlayableAudio(const audio::WavData& wav);
+namespace marquetry::ui {
 
 /// Hands out the same bytes pass after pass, wrapping in the middle of a read
 /// when it must, so the listener hears no seam. Opened read-only and
@@ -40,7 +20,11 @@ public:
     /// Starts again at the first byte, with `passes` passes to go.
     void rewind(int passes);
 
+    /// Always true: the bytes are a stream without positions.
     bool isSequential() const override { return true; }
+    /// What is left of the passes; with endless passes, the rest of this
+    /// pass and one whole pass more, so readers that size their reads by it
+    /// keep reading. 0 when there is nothing to repeat.
     qint64 bytesAvailable() const override;
 
     /// Bytes handed out since the last rewind. Thread safe.
@@ -58,4 +42,4 @@ private:
     std::atomic<qint64> bytesRead_{0};
 };
 
-} // namespace marquetry::ui::detail
+} // namespace marquetry::ui

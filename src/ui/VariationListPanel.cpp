@@ -1,0 +1,79 @@
+#include "ui/VariationListPanel.hpp"
+
+#include "ui/Controls.hpp"
+#include "ui/GeneratedLoopRow.hpp"
+#include "ui/WaveformView.hpp"
+
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace marquetry::ui {
+
+using playback::PlaybackTarget;
+
+VariationListPanel::VariationListPanel(std::function<void(const playback::Uuid&, bool)> onToggle,
+                                       std::function<void(const playback::Uuid&)> onPlayToggle, QWidget* parent)
+    : QScrollArea(parent), onToggle_(std::move(onToggle)), onPlayToggle_(std::move(onPlayToggle)) {
+    setFrameShape(QFrame::NoFrame);
+    setWidgetResizable(true);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* content = new QWidget(this);
+    listLayout_ = new QVBoxLayout(content);
+    listLayout_->setContentsMargins(0, 0, 8, 0);
+    listLayout_->setSpacing(10);
+    emptyLabel_ = new QLabel(QStringLiteral("No generated loops yet. Click Generate."), content);
+    emptyLabel_->setObjectName(QStringLiteral("emptyLoopsLabel"));
+    setTextColor(emptyLabel_, look::secondary(emptyLabel_->palette()));
+    listLayout_->addWidget(emptyLabel_);
+    listLayout_->addStretch(1);
+    setWidget(content);
+}
+
+void VariationListPanel::setLoops(const std::vector<model::GeneratedLoop>& loops,
+                                  const std::optional<PlaybackTarget>& playing, std::optional<double> progress) {
+    const bool sameIds = std::equal(loops.begin(), loops.end(), rows_.begin(), rows_.end(),
+                                    [](const model::GeneratedLoop& loop, const GeneratedLoopRow* row) {
+                                        return row->loopId() == loop.id;
+                                    });
+    if (sameIds) {
+        // A tick changed: nothing else of a variation changes in place.
+        for (std::size_t i = 0; i < loops.size(); ++i)
+            rows_[i]->setLoopSelected(loops[i].isSelected);
+        return;
+    }
+
+    for (GeneratedLoopRow* row : rows_)
+        retire(row);
+    rows_.clear();
+    emptyLabel_->setVisible(loops.empty());
+    QWidget* list = listLayout_->parentWidget();
+    for (const model::GeneratedLoop& loop : loops) {
+        const playback::Uuid id = loop.id;
+        auto* row = new GeneratedLoopRow(
+            loop, playing == PlaybackTarget::generated(id), progress, [this, id](bool on) { onToggle_(id, on); },
+            [this, id] { onPlayToggle_(id); }, list);
+        row->setObjectName(QStringLiteral("generatedLoopRow"));
+        // Before the trailing stretch.
+        listLayout_->insertWidget(listLayout_->count() - 1, row);
+        // The layout would show it only after the next event.
+        row->show();
+        rows_.push_back(row);
+    }
+}
+
+void VariationListPanel::setPlayback(const std::optional<PlaybackTarget>& playing, std::optional<double> progress) {
+    for (GeneratedLoopRow* row : rows_)
+        row->setPlayback(playing == PlaybackTarget::generated(row->loopId()), progress);
+}
+
+void VariationListPanel::setPlayingProgress(const playback::Uuid& id, std::optional<double> progress) {
+    const auto row = std::find_if(rows_.begin(), rows_.end(),
+                                  [&id](const GeneratedLoopRow* candidate) { return candidate->loopId() == id; });
+    if (row != rows_.end())
+        (*row)->setPlayback(true, progress);
+}
+
+} // namespace marquetry::ui
