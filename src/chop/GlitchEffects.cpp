@@ -96,7 +96,7 @@ GlitchTreatment drawGlitchTreatment(std::size_t sliceBytes, const audio::WavData
     treatment.reversed = rng.randomDouble(0.0, 1.0) < 0.3 * a + 0.05;
     if (rng.randomDouble(0.0, 1.0) < 0.45 * a + 0.1) {
         const std::int64_t top = std::llround(4.0 * a) + 2;
-        treatment.stutterRepeats = rng.randomIntClosed(2, top);
+        treatment.stutterRepeats = static_cast<std::int32_t>(rng.randomIntClosed(2, top));
     }
     // Resampling is only defined for 16-bit integer samples; other formats
     // make no pitch draws at all.

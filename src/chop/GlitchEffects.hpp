@@ -11,11 +11,12 @@ namespace marquetry::chop {
 
 using audio::Bytes;
 
-/// What the glitch effects do to one placed slice, applied in this order.
+/// What the glitch effects do to one placed slice: reverse, then stutter,
+/// then pitch-shift. (Fields ordered for size: a run of a million slices keeps one per placement.)
 struct GlitchTreatment {
-    bool reversed = false;
-    std::int64_t stutterRepeats = 0;  ///< repeats of the slice's opening; 0 when not stuttered
     std::optional<double> semitones;  ///< pitch shift; drawn for 16-bit integer PCM only
+    std::int32_t stutterRepeats = 0;  ///< repeats of the slice's opening (2 to 6); 0 when not stuttered
+    bool reversed = false;
 
     bool operator==(const GlitchTreatment&) const = default;
 };
