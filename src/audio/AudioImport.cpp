@@ -80,8 +80,17 @@ std::string reasonText(const char* text) {
     return reason.empty() ? "no reason given" : reason;
 }
 
+// libsndfile's SFE_BAD_FILE, "File does not exist or is not a regular file
+// (possibly a pipe?)", which it also gives when a decoder fails to open a
+// stream (a cut MP3, for one).
+constexpr int libsndfileBadFile = 7;
+
 [[noreturn]] void refuseUnreadable() {
-    throw AppError::invalidWav("Not an audio file libsndfile can read (" + reasonText(sf_strerror(nullptr)) + ").");
+    // Both callers hand libsndfile a regular file or bytes in memory, so the
+    // stream itself is at fault.
+    const int error = sf_error(nullptr);
+    const char* reason = error == libsndfileBadFile ? sf_error_number(SF_ERR_MALFORMED_FILE) : sf_strerror(nullptr);
+    throw AppError::invalidWav("Not an audio file libsndfile can read (" + reasonText(reason) + ").");
 }
 
 [[noreturn]] void refuseTooLong(std::uint64_t maxPayloadBytes) {

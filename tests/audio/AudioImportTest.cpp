@@ -110,6 +110,11 @@ TEST(AudioImport, RefusesWhatItCannotConvertWithOneSentence) {
     EXPECT_THAT(refusalOf(Bytes{'h', 'e', 'l', 'l', 'o'}), StartsWith("Not an audio file libsndfile can read ("));
     EXPECT_EQ(refusalOf(concat(riff("RIFF", "WAVE", 20), chunk("data", Bytes(12, 1)))),
               "Not an audio file libsndfile can read (Error in WAV file. No 'data' chunk marker).");
+    // An MP3 cut inside its first frames, which libsndfile blames on the file
+    // not being a regular one.
+    const Bytes mp3 = readWholeFile(testLoopPath("import/amen.mp3"));
+    EXPECT_EQ(refusalOf(std::span(mp3).first(1000)),
+              "Not an audio file libsndfile can read (Supported file format but file is malformed).");
     EXPECT_EQ(refusalOf(hugeFlac), "Audio data too long for a WAV file (more than 4 GB).");
     EXPECT_EQ(refusalOf(flac, 300'000), "Audio data longer than the limit of 300000 bytes.");
     EXPECT_EQ(refusalOf(emptyWav), "It holds no audio.");
