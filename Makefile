@@ -31,15 +31,18 @@ bench: build-release
 # Every libFuzzer target for FUZZ_SECONDS each, on a scratch copy of its seed
 # corpus in build/fuzz/runs/TARGET (the committed corpus stays as it is).
 # A crash leaves its input and log there and makes the whole target fail.
+# Leaks inside third-party decoders are suppressed by name in
+# fuzz/lsan-suppressions.txt.
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := wav_parser generation
+FUZZ_TARGETS := wav_parser generation import
 
 fuzz: build-fuzz
 	@status=0; for t in $(FUZZ_TARGETS); do \
 	  run=build/fuzz/runs/$$t; rm -rf $$run; mkdir -p $$run/corpus; \
 	  cp fuzz/corpus/$$t/* $$run/corpus/; \
 	  echo "fuzz: $$t for $(FUZZ_SECONDS) s, log in $$run/log.txt"; \
-	  if build/fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 \
+	  if LSAN_OPTIONS=suppressions=$(CURDIR)/fuzz/lsan-suppressions.txt \
+	      build/fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 \
 	      -timeout=30 -print_final_stats=1 -artifact_prefix=$$run/ $$run/corpus 2>$$run/log.txt; then \
 	    grep -E '^stat::(number_of_executed_units|average_exec_per_sec)' $$run/log.txt; \
 	  else \

@@ -5,17 +5,27 @@ find_program(MARQUETRY_SOX sox)
 if(NOT MARQUETRY_SOX)
   message(FATAL_ERROR "sox is needed to prepare the test loops: run scripts/install-deps")
 endif()
+find_program(MARQUETRY_SNDFILE_CONVERT sndfile-convert)
+if(NOT MARQUETRY_SNDFILE_CONVERT)
+  message(FATAL_ERROR "sndfile-convert is needed to prepare the test loops: run scripts/install-deps")
+endif()
 
 set(MARQUETRY_TEST_LOOPS_DIR ${PROJECT_BINARY_DIR}/test-loops)
-set(_loops amen_s16 amen_s24 amen_s32 amen_f32 amen_mono_s16 breakbeat_s16 hits_mono_s16 amen_10s_s16)
+set(_loops amen_s16 amen_s24 amen_s32 amen_f32 amen_u8 amen_ulaw_s16 amen_mono_s16 breakbeat_s16 hits_mono_s16
+           amen_10s_s16)
 list(TRANSFORM _loops PREPEND ${MARQUETRY_TEST_LOOPS_DIR}/)
 list(TRANSFORM _loops APPEND .wav)
+# The same break in other formats, for import.
+set(_import_sources amen_s16.flac amen_s24.flac amen_s16.aiff amen_s8.aiff amen_s24_extensible.wav
+                    amen_s32_extensible.wav amen_f32.aifc amen.ogg amen_s24.rf64 amen_f64.wav amen_ulaw.wav
+                    amen.mp3 amen_48k.opus)
+list(TRANSFORM _import_sources PREPEND ${MARQUETRY_TEST_LOOPS_DIR}/import/)
 add_custom_command(
-  OUTPUT ${_loops}
+  OUTPUT ${_loops} ${_import_sources}
   COMMAND ${PROJECT_SOURCE_DIR}/scripts/make-test-loops ${MARQUETRY_TEST_LOOPS_DIR}
   DEPENDS ${PROJECT_SOURCE_DIR}/scripts/make-test-loops
   COMMENT "Converting drum breaks for the tests")
-add_custom_target(marquetry_test_loop_files DEPENDS ${_loops})
+add_custom_target(marquetry_test_loop_files DEPENDS ${_loops} ${_import_sources})
 
 add_library(marquetry_test_loops INTERFACE)
 add_library(marquetry::test_loops ALIAS marquetry_test_loops)

@@ -27,7 +27,7 @@ void appendU32LE(Bytes& buffer, std::uint32_t value) {
 
 Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData) {
     if (pcmData.size() > maxWavPayloadBytes)
-        throw AppError::invalidWav("Audio data too long for a WAV file (more than 4 GB).");
+        throw AppError::invalidWav(payloadTooLongMessage);
     const auto payloadSize = static_cast<std::uint32_t>(pcmData.size());
 
     Bytes image;

@@ -15,6 +15,9 @@ void appendU32LE(Bytes& buffer, std::uint32_t value);
 /// payload + 36 in 32 bits.
 inline constexpr std::uint64_t maxWavPayloadBytes = 0xFFFF'FFFFull - 36;
 
+/// Why a payload above maxWavPayloadBytes cannot be written.
+inline constexpr const char* payloadTooLongMessage = "Audio data too long for a WAV file (more than 4 GB).";
+
 /// A complete WAV file image: the plain 44-byte header with the six format
 /// fields of `wav` copied unchanged, then `pcmData` (wav.pcmData is ignored).
 /// No extension, no fact chunk, no pad byte. Throws AppError::invalidWav for a

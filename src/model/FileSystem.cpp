@@ -10,6 +10,7 @@
 #if defined(_WIN32)
 #include <io.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -100,7 +101,11 @@ void createFolder(const std::string& folder) {
         throwError(error, folder);
 }
 
-void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+namespace {
+
+// Writes `bytes` to a new hidden file beside `path`, flushed to disk, and
+// returns its name; on failure removes it and throws with `path`.
+std::string writeTemporaryBeside(const std::string& path, std::span<const std::uint8_t> bytes) {
     const std::string temporary = temporarySibling(path);
     struct Closer {
         void operator()(std::FILE* f) const { std::fclose(f); }
@@ -132,13 +137,52 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
         std::remove(temporary.c_str());
         throwError(std::error_code(saved, std::generic_category()), path);
     }
+    return temporary;
+}
 
+// Gives `from` the name `to` unless `to` exists; 0 or the errno of the
+// failure (EEXIST when the name is taken).
+int renameWithoutReplacing(const std::string& from, const std::string& to) {
+#if defined(_WIN32)
+    // The C library's rename never replaces on Windows.
+    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+#else
+#if defined(__linux__)
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        return errno;
+#endif
+    // Where the file system cannot rename without replacing, a hard link
+    // fails on an existing name just the same.
+    if (::link(from.c_str(), to.c_str()) != 0)
+        return errno;
+    ::unlink(from.c_str());
+    return 0;
+#endif
+}
+
+} // namespace
+
+void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+    const std::string temporary = writeTemporaryBeside(path, bytes);
     std::error_code error;
     fs::rename(pathFromText(temporary), pathFromText(path), error);
     if (error) {
         std::remove(temporary.c_str());
         throwError(error, path);
     }
+}
+
+bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+    const std::string temporary = writeTemporaryBeside(path, bytes);
+    const int error = renameWithoutReplacing(temporary, path);
+    if (error == 0)
+        return true;
+    std::remove(temporary.c_str());
+    if (error == EEXIST)
+        return false;
+    throwError(std::error_code(error, std::generic_category()), path);
 }
 
 } // namespace marquetry::model

@@ -35,4 +35,10 @@ void createFolder(const std::string& folder);
 /// std::system_error with the operating system's description.
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 
+/// The same for a file that must not replace anything: returns false, and
+/// leaves the folder as it was, when `path` already exists (even if it
+/// appeared while the bytes were being written). Throws std::system_error
+/// with the operating system's description for every other failure.
+bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
+
 } // namespace marquetry::model
