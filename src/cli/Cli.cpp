@@ -1,7 +1,7 @@
 #include "cli/Cli.hpp"
 
 #include "cli/CliArguments.hpp"
-#include "cli/GenerateCommand.hpp"
+#include "cli/Commands.hpp"
 #include "model/ErrorText.hpp"
 
 #include <exception>
@@ -20,6 +20,7 @@ int runCli(const std::vector<std::string>& arguments, std::ostream& out, std::os
         case CliArguments::Command::version: out << "marquetry-cli " << MARQUETRY_VERSION << '\n'; return exitSuccess;
         case CliArguments::Command::generate: return runGenerate(request.generate, out, err);
         case CliArguments::Command::replay: return runReplay(request.replay, out, err);
+        case CliArguments::Command::import: return runImport(request.import, out);
         }
     } catch (const std::exception& error) {
         // The model reports through its status line; this catches only the

@@ -186,6 +186,13 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     replayCommand->add_option("manifest", replay.manifestPath)->required();
     replayCommand->add_option("--output", replay.outputDir)->required();
 
+    ImportOptions import;
+    CLI::App* importCommand = app.add_subcommand("import");
+    importCommand->set_help_flag();
+    importCommand->add_flag("-h,--help", help);
+    importCommand->add_option("files", import.files)->required();
+    importCommand->add_option("--to", import.folder)->required();
+
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     CliArguments result;
@@ -217,6 +224,13 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         result.replay = replay;
         return result;
     }
+    if (importCommand->parsed()) {
+        if (import.folder.empty())
+            return std::string("--to needs a folder");
+        result.command = CliArguments::Command::import;
+        result.import = import;
+        return result;
+    }
     return std::string("no command given");
 }
 
@@ -226,6 +240,7 @@ std::string usageText() {
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
            "                         [--manifest FILE]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
+           "  marquetry-cli import FILE... --to DIR\n"
            "  marquetry-cli --help | --version\n"
            "\n"
            "Cuts a drum loop into slices, re-sequences them into new breaks and writes\n"
@@ -247,6 +262,9 @@ std::string usageText() {
            "                   used, the sources' and files' SHA-256, every slice placed\n"
            "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
            "                   byte for byte; refused when a source has changed\n"
+           "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"
+           "                   Ogg, 24-bit WAV, ...) into plain WAV loops in the folder\n"
+           "                   given by --to; an existing file is never replaced\n"
            "  --help           show this text\n"
            "  --version        show the version\n"
            "\n"

@@ -45,11 +45,18 @@ struct ReplayOptions {
     std::string outputDir;
 };
 
+/// An `import` request: the files to convert and the folder to put them in.
+struct ImportOptions {
+    std::vector<std::string> files;
+    std::string folder;
+};
+
 struct CliArguments {
-    enum class Command { help, version, generate, replay };
+    enum class Command { help, version, generate, replay, import };
     Command command = Command::help;
     GenerateOptions generate;
     ReplayOptions replay;
+    ImportOptions import;
 };
 
 /// Parses the arguments that follow the program name. Returns the request,

@@ -141,5 +141,17 @@ TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
     EXPECT_FALSE(fs::exists(at("out")));
 }
 
+// One line per file, refusals included, and exit 1 when any was refused.
+TEST_F(Replay, ImportConvertsWhatItCanAndSaysWhyForTheRest) {
+    const std::string flac = "/usr/share/sonic-pi/samples/loop_amen.flac";
+    std::ofstream(root / "notes.txt") << "not audio";
+    const Outcome result = run({"import", flac, at("notes.txt"), flac, "--to", at("source")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.out.starts_with(at("source/loop_amen.wav") + "\n" + at("notes.txt") + ": Not an audio file"))
+        << result.out;
+    EXPECT_TRUE(result.out.ends_with(at("source/loop_amen-2.wav") + "\n")) << result.out;
+    EXPECT_EQ(run({"import", flac, "--to", at("new/folder")}).out, at("new/folder/loop_amen.wav") + "\n");
+}
+
 } // namespace
 } // namespace marquetry::cli

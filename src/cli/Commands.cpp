@@ -1,10 +1,11 @@
-#include "cli/GenerateCommand.hpp"
+#include "cli/Commands.hpp"
 
 #include "audio/WavReader.hpp"
 #include "cli/HeadlessPlatform.hpp"
 #include "model/AppModel.hpp"
 #include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Import.hpp"
 #include "model/Manifest.hpp"
 #include "model/Sha256.hpp"
 #include "model/SystemServices.hpp"
@@ -197,6 +198,31 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.outputDir = options.outputDir;
     generate.picks = manifest.numbers;
     return runGenerate(generate, out, err);
+}
+
+int runImport(const ImportOptions& options, std::ostream& out) {
+    // Like --output, the folder is made when missing.
+    try {
+        model::createFolder(options.folder);
+    } catch (const std::exception& error) {
+        out << "Import failed: " << model::describe(error) << '\n';
+        return exitFailure;
+    }
+    int status = exitSuccess;
+    for (const std::string& file : options.files) {
+        try {
+            out << model::importAudioFile(file, options.folder) << '\n';
+        } catch (const std::exception& error) {
+            // ImportError already names the file; anything else gets its name.
+            if (dynamic_cast<const model::ImportError*>(&error) != nullptr)
+                out << error.what() << '\n';
+            else
+                out << file << ": " << model::describe(error) << '\n';
+            status = exitFailure;
+        }
+        out << std::flush;
+    }
+    return status;
 }
 
 } // namespace marquetry::cli

@@ -21,4 +21,10 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
 /// unusable manifest is refused before anything is written (exitFailure).
 int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err);
 
+/// Converts each file into options.folder, made when missing (see
+/// model::importAudioFile),
+/// printing one line per file to `out`: the new file's path, or the file and
+/// why it was refused. Returns exitFailure when any was refused.
+int runImport(const ImportOptions& options, std::ostream& out);
+
 } // namespace marquetry::cli
