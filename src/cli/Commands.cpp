@@ -61,17 +61,16 @@ std::optional<std::string> sourcePathProblem(const std::string& file) {
     return std::nullopt;
 }
 
-void untickUnpicked(model::AppModel& app, const std::vector<std::int64_t>& picks) {
+void keepOnlyPicked(model::AppModel& app, const std::vector<std::int64_t>& picks) {
     if (picks.empty())
         return;
+    app.setAllSelected(false);
     // Ids first: every toggle notifies, and observers may read the list.
-    std::vector<playback::Uuid> unpicked;
-    const auto& loops = app.generatedLoops();
-    for (std::size_t i = 0; i < loops.size(); ++i)
-        if (!std::binary_search(picks.begin(), picks.end(), static_cast<std::int64_t>(i + 1)))
-            unpicked.push_back(loops[i].id);
-    for (const playback::Uuid& id : unpicked)
-        app.toggleSelection(id, false);
+    std::vector<playback::Uuid> picked;
+    for (const std::int64_t number : picks)
+        picked.push_back(app.generatedLoops().at(static_cast<std::size_t>(number - 1)).id);
+    for (const playback::Uuid& id : picked)
+        app.toggleSelection(id, true);
 }
 
 std::string seedLine(const model::RunRecord& run) {
@@ -159,7 +158,7 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     if (app.generatedLoops().empty())
         return reportFailure(err, app.status());
 
-    untickUnpicked(app, options.picks);
+    keepOnlyPicked(app, options.picks);
     app.setOutputDir(options.outputDir);
     const bool exported = app.exportSelected(options.manifestPath).exported;
     const int status = exported ? exitSuccess : reportFailure(err, app.status());

@@ -5,6 +5,7 @@
 #include "audio/WavWriter.hpp"
 #include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Import.hpp"
 #include "model/Manifest.hpp"
 #include "model/Sha256.hpp"
 #include "model/UnicodeOrder.hpp"
@@ -445,6 +446,31 @@ const GeneratedLoop* AppModel::findGeneratedLoop(const playback::Uuid& id) const
     const auto found = std::find_if(generatedLoops_.begin(), generatedLoops_.end(),
                                     [&id](const GeneratedLoop& loop) { return loop.id == id; });
     return found != generatedLoops_.end() ? &*found : nullptr;
+}
+
+void AppModel::importFiles(const std::vector<std::string>& files) {
+    setSourceDir(expanded(sourceDir_));
+    std::vector<std::string> imported;
+    std::optional<std::string> firstRefusal;
+    for (const std::string& file : files) {
+        try {
+            imported.push_back(importAudioFile(file, sourceDir_));
+        } catch (const std::exception& error) {
+            if (!firstRefusal)
+                firstRefusal = describe(error);
+        }
+    }
+    if (!imported.empty()) {
+        refreshFiles();
+        selectFile(imported.front());
+    }
+    if (!firstRefusal)
+        setStatus("Imported " + std::to_string(imported.size()) + " file(s).");
+    else if (imported.empty())
+        setStatus("Import failed: " + *firstRefusal);
+    else
+        setStatus("Imported " + std::to_string(imported.size()) + " of " + std::to_string(files.size())
+                  + " file(s); import failed: " + *firstRefusal);
 }
 
 } // namespace marquetry::model

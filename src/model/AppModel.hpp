@@ -181,6 +181,13 @@ public:
     /// The variation with `id` in the current list, or null. The pointer is
     /// valid until `generatedLoops` is next written. Main thread only.
     const GeneratedLoop* findGeneratedLoop(const playback::Uuid& id) const;
+    /// What Import... and dropping files on the source list do: converts
+    /// each of `files` into the (expanded) source folder as a plain WAV (see
+    /// importAudioFile), rescans, and selects the first new file. Status
+    /// "Imported N file(s)." or, when any was refused, "Import failed: " and
+    /// the first reason (after "Imported N of M file(s); " when some made it).
+    /// Decodes on the calling thread. Main thread only.
+    void importFiles(const std::vector<std::string>& files);
 
 private:
     template <typename T>

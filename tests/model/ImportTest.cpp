@@ -119,5 +119,22 @@ TEST_F(Import, AFailedWriteLeavesNoTemporary) {
     EXPECT_THAT(namesIn(folder()), IsEmpty());
 }
 
+// What the window's Import... and drop do: convert, rescan, select the new
+// loop, and say what was refused.
+TEST_F(Import, TheModelImportsIntoTheSourceFolderAndSelectsTheNewLoop) {
+    addLoop("b.wav");
+    AppModel& m = start();
+    const std::string text = addFile("notes.txt", {'h', 'i'}, home);
+    m.importFiles({flac(), text});
+    EXPECT_EQ(m.selectedFile(), sourceFolder() + "/amen_s16.wav");
+    EXPECT_EQ(m.wavFiles().size(), 2u);
+    EXPECT_THAT(m.status(), ::testing::StartsWith("Imported 1 of 2 file(s); import failed: " + text + ": "));
+    m.importFiles({text});
+    EXPECT_THAT(m.status(), ::testing::StartsWith("Import failed: " + text + ": "));
+    m.importFiles({flac()});
+    EXPECT_EQ(m.status(), "Imported 1 file(s).");
+    EXPECT_EQ(m.selectedFile(), sourceFolder() + "/amen_s16-2.wav");
+}
+
 } // namespace
 } // namespace marquetry::model::test
