@@ -314,6 +314,7 @@ void AppModel::exportSelected() {
     setOutputDir(expanded(outputDir_));
     try {
         createFolder(outputDir_);
+        removeStaleTemporaries(outputDir_);
         for (const GeneratedLoop* loop : selected)
             writeFileAtomically(joinPath(outputDir_, loop->name),
                                 audio::buildWavFileData(*sourceWavData_, loop->pcmData));
