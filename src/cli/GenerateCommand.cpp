@@ -92,8 +92,10 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
                                          + std::to_string(app.versions()) + " variation(s) to be generated");
 
     app.subscribe([&](Field field) {
-        if (field == Field::status)
+        if (field == Field::status) {
             out << app.status() << '\n' << std::flush;
+            out.clear(); // a line that cannot be written is lost, never the export
+        }
     });
     app.generate();
     mainLoop.runUntil([&] { return !app.isGenerating(); });

@@ -1,6 +1,7 @@
 #include "cli/CliArguments.hpp"
 #include "cli/GenerateCommand.hpp"
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -9,6 +10,8 @@
 
 int main(int argc, char** argv) {
     using namespace marquetry::cli;
+    // A reader that stops early (`| head -1`) must not kill an export half way.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         const auto parsed = parseArguments(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
         if (const auto* message = std::get_if<std::string>(&parsed))
