@@ -72,18 +72,15 @@ private:
             return (words[firstWord] & fromFirst & toLast) != 0;
         if ((words[firstWord] & fromFirst) != 0 || (words[lastWord] & toLast) != 0)
             return true;
-        if (firstWord + 1 == lastWord)
-            return false;
-        if (level + 1 < levels_.size())
-            return anyIn(level + 1, firstWord + 1, lastWord - 1);
-        // The top level has a bit per 2^24 frames: a few hundred words at most.
-        return std::any_of(words.begin() + static_cast<std::ptrdiff_t>(firstWord + 1),
-                           words.begin() + static_cast<std::ptrdiff_t>(lastWord), [](auto w) { return w != 0; });
+        // The top level's first word covers 2^36 frames, more than any WAV
+        // file holds, so the search never climbs past it.
+        return firstWord + 1 < lastWord && level + 1 < levels_.size()
+               && anyIn(level + 1, firstWord + 1, lastWord - 1);
     }
 
     std::size_t capacity_;
     std::int64_t count_ = 0;
-    std::array<Words, 4> levels_;
+    std::array<Words, 6> levels_;
 };
 
 } // namespace
