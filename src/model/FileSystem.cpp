@@ -111,6 +111,48 @@ bool writeAll(int descriptor, std::span<const std::uint8_t> bytes) {
     return true;
 }
 
+// Writes `bytes` to a new hidden file beside `path`, flushed to disk, and
+// returns its name; on failure removes it and throws with `path`.
+std::string writeTemporaryBeside(const std::string& path, std::span<const std::uint8_t> bytes) {
+    const std::string name = fileName(path);
+    const std::string folderPrefix = path.substr(0, path.size() - name.size());
+    const std::string temporary = folderPrefix + temporaryName();
+
+    int file = openUnnamedFile(folderPrefix.empty() ? "." : folderPrefix);
+    const bool unnamed = file >= 0;
+    // Only a missing feature falls back on a named temporary; a folder that
+    // refuses the unnamed file would refuse a named one as well.
+    if (!unnamed && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+        throwErrno(path);
+    if (!unnamed) {
+        // Exclusive: never open a file someone else just made under the same name.
+        file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (file < 0)
+            throwErrno(path);
+    }
+
+    bool named = !unnamed;
+    const auto fail = [&] {
+        const int saved = errno;
+        if (file >= 0)
+            ::close(file);
+        if (named)
+            ::unlink(temporary.c_str());
+        throwError(std::error_code(saved, std::generic_category()), path);
+    };
+    // The name must never show a file whose data is not yet on disk.
+    if (!writeAll(file, bytes) || ::fsync(file) != 0)
+        fail();
+    if (unnamed) {
+        if (!linkUnnamedFile(file, temporary))
+            fail();
+        named = true;
+    }
+    if (::close(std::exchange(file, -1)) != 0)
+        fail();
+    return temporary;
+}
+
 } // namespace
 
 fs::path pathFromText(const std::string& text) {
@@ -164,43 +206,12 @@ void createFolder(const std::string& folder) {
 }
 
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
-    const std::string name = fileName(path);
-    const std::string folderPrefix = path.substr(0, path.size() - name.size());
-    const std::string temporary = folderPrefix + temporaryName();
-
-    int file = openUnnamedFile(folderPrefix.empty() ? "." : folderPrefix);
-    const bool unnamed = file >= 0;
-    // Only a missing feature falls back on a named temporary; a folder that
-    // refuses the unnamed file would refuse a named one as well.
-    if (!unnamed && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
-        throwErrno(path);
-    if (!unnamed) {
-        // Exclusive: never open a file someone else just made under the same name.
-        file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (file < 0)
-            throwErrno(path);
-    }
-
-    bool named = !unnamed;
-    const auto fail = [&] {
+    const std::string temporary = writeTemporaryBeside(path, bytes);
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
         const int saved = errno;
-        if (file >= 0)
-            ::close(file);
-        if (named)
-            ::unlink(temporary.c_str());
+        ::unlink(temporary.c_str());
         throwError(std::error_code(saved, std::generic_category()), path);
-    };
-    // The rename must never expose a file whose data is not yet on disk.
-    if (!writeAll(file, bytes) || ::fsync(file) != 0)
-        fail();
-    if (unnamed) {
-        if (!linkUnnamedFile(file, temporary))
-            fail();
-        named = true;
     }
-    const int closed = ::close(std::exchange(file, -1));
-    if (closed != 0 || ::rename(temporary.c_str(), path.c_str()) != 0)
-        fail();
 }
 
 void removeStaleTemporaries(const std::string& folder) {
