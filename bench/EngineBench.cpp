@@ -18,6 +18,7 @@
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <initializer_list>
 #include <iostream>
 #include <iterator>
 #include <string>
@@ -100,6 +101,62 @@ void glitchChain(benchmark::State& state, const audio::WavData& wav) {
     state.SetItemsProcessed(state.iterations() * std::ssize(slices));
 }
 
+// Growth with the slice count, from 128 to a million slices of a ten-minute
+// loop. Each count has its own baseline in the same run: a memcpy of the
+// bytes of its result for the stages that work per slice, whose times the
+// library also fits to O(N) (a linear stage has a small RMS), and a memcpy of
+// the loop for the stages that read the audio, whose cost is mostly that pass.
+constexpr std::int64_t growthCounts[] = {128, 1000, 10'000, 100'000, 1'000'000};
+
+template <typename Stage>
+void perSlice(benchmark::State& state, Stage stage) {
+    chop::SeededGenerator rng(seed);
+    for (auto _ : state)
+        stage(state.range(0), rng);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetComplexityN(state.range(0));
+}
+
+enum class Reads { slices, audio };
+
+template <typename Stage>
+void registerGrowthOf(const std::string& name, Reads reads, Stage stage) {
+    auto* benchmark = benchmark::RegisterBenchmark(("BM_Growth/" + name).c_str(), perSlice<Stage>, stage);
+    for (const std::int64_t count : growthCounts)
+        benchmark->Arg(count);
+    benchmark->Unit(benchmark::kMillisecond);
+    if (reads == Reads::slices)
+        benchmark->Complexity(benchmark::oN);
+}
+
+void registerGrowth(const audio::WavData& loop) {
+    benchmark::RegisterBenchmark("BM_Growth/MemcpyBaseline", bench::memcpyBaseline)->Arg(std::ssize(loop.pcmData));
+    for (const std::int64_t count : growthCounts)
+        benchmark::RegisterBenchmark("BM_Growth/MemcpyBaseline", bench::memcpyBaseline)
+            ->Arg(count * std::int64_t{sizeof(std::int64_t)});
+
+    const auto totalFrames = audio::frameCount(loop.pcmData.size(), loop.blockAlign);
+    registerGrowthOf("Boundaries/Transient", Reads::audio, [&loop](std::int64_t count, chop::SeededGenerator&) {
+        benchmark::DoNotOptimize(chop::buildTransientBoundaries(loop, count).data());
+    });
+    for (const chop::ChopModel model : {chop::ChopModel::dice, chop::ChopModel::swarm})
+        registerGrowthOf("Boundaries/" + std::string(chop::label(model)), Reads::slices,
+                         [totalFrames, model](std::int64_t count, chop::SeededGenerator& rng) {
+                             const auto cut = chop::buildStochasticBoundaries(totalFrames, count, rng, model);
+                             benchmark::DoNotOptimize(cut.data());
+                         });
+    registerGrowthOf("EvenSplit", Reads::audio, [&loop](std::int64_t count, chop::SeededGenerator&) {
+        benchmark::DoNotOptimize(chop::splitSlices(loop.pcmData, loop.blockAlign, count).data());
+    });
+    // One model per pattern generator; Dice adds its replacement pass.
+    for (const chop::ChopModel model : {chop::ChopModel::grid, chop::ChopModel::dice, chop::ChopModel::pivot,
+                                        chop::ChopModel::interlock, chop::ChopModel::drift, chop::ChopModel::momentum})
+        registerGrowthOf("Pattern/" + std::string(chop::label(model)), Reads::slices,
+                         [model](std::int64_t count, chop::SeededGenerator& rng) {
+                             benchmark::DoNotOptimize(chop::generatePattern(model, count, rng).data());
+                         });
+}
+
 void registerAll(const audio::WavData& wav) {
     const auto loopBytes = std::ssize(wav.pcmData);
     const auto totalFrames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
@@ -158,6 +215,12 @@ int main(int argc, char** argv) {
     }
 
     registerAll(wav);
+    // Ten minutes: the ten-second loop sixty times over.
+    audio::WavData tenMinutes = wav;
+    tenMinutes.pcmData.reserve(60 * wav.pcmData.size());
+    for (int i = 1; i < 60; ++i)
+        tenMinutes.pcmData.insert(tenMinutes.pcmData.end(), wav.pcmData.begin(), wav.pcmData.end());
+    registerGrowth(tenMinutes);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

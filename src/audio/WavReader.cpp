@@ -2,13 +2,15 @@
 
 #include "audio/AppError.hpp"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <memory>
 #include <optional>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace marquetry::audio {
 namespace {
@@ -34,45 +36,63 @@ bool hasTag(std::span<const std::uint8_t> image, std::int64_t at, const char (&t
     throw std::system_error(errno, std::generic_category(), path);
 }
 
-} // namespace
+// Entries a source folder may hold that must never be read as a file.
+enum class Refusal { namedPipe = 1, characterDevice, blockDevice, socket, otherKind, tooLarge };
 
-Bytes readWholeFile(const std::string& path) {
-    struct Closer {
-        void operator()(std::FILE* f) const { std::fclose(f); }
-    };
-    errno = 0;
-    std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "rb"));
-    if (!file)
-        throwFileError(path);
-
-    // The size is only a hint: the file may be a pipe, or change while we
-    // read it, so the buffer still grows if more arrives. One spare byte lets
-    // the read that finds the end happen without growing.
-    std::error_code sizeError;
-    const auto sizeHint = std::filesystem::file_size(path, sizeError);
-    Bytes bytes(sizeError ? 0 : static_cast<std::size_t>(sizeHint) + 1);
-    std::size_t used = 0;
-    for (;;) {
-        if (used == bytes.size())
-            bytes.resize(std::max<std::size_t>(bytes.size() * 2, 64 * 1024));
-        errno = 0;
-        const std::size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file.get());
-        used += got;
-        if (got == 0) {
-            if (std::ferror(file.get()))
-                throwFileError(path);
-            break;
+class RefusalCategory final : public std::error_category {
+public:
+    const char* name() const noexcept override { return "marquetry.source"; }
+    std::string message(int code) const override {
+        switch (static_cast<Refusal>(code)) {
+        case Refusal::namedPipe: return "is a named pipe (FIFO), not a file";
+        case Refusal::characterDevice: return "is a character device, not a file";
+        case Refusal::blockDevice: return "is a block device, not a file";
+        case Refusal::socket: return "is a socket, not a file";
+        case Refusal::otherKind: return "is not a regular file";
+        case Refusal::tooLarge: return "is larger than a WAV file can be (4 GiB)";
         }
+        return "cannot be read as a file";
     }
-    bytes.resize(used);
-    return bytes;
+};
+
+// Same form as an operating system error: "<path>: <description>".
+[[noreturn]] void refuse(Refusal refusal, const std::string& path) {
+    static const RefusalCategory category;
+    throw std::system_error(static_cast<int>(refusal), category, path);
 }
 
-WavData loadWav(const std::string& path) {
-    return parseWav(readWholeFile(path));
+// The RIFF header and the largest body its 32-bit size can declare.
+constexpr std::uint64_t largestWavFile = 8 + std::uint64_t{0xFFFF'FFFF};
+
+void requireReadableFile(const struct stat& info, const std::string& path) {
+    const mode_t kind = info.st_mode & S_IFMT;
+    if (kind == S_IFDIR) {
+        errno = EISDIR;
+        throwFileError(path);
+    }
+    if (kind == S_IFIFO)
+        refuse(Refusal::namedPipe, path);
+    if (kind == S_IFCHR)
+        refuse(Refusal::characterDevice, path);
+    if (kind == S_IFBLK)
+        refuse(Refusal::blockDevice, path);
+    if (kind == S_IFSOCK)
+        refuse(Refusal::socket, path);
+    if (kind != S_IFREG)
+        refuse(Refusal::otherKind, path);
+    if (static_cast<std::uint64_t>(info.st_size) > largestWavFile)
+        refuse(Refusal::tooLarge, path);
 }
 
-WavData parseWav(std::span<const std::uint8_t> image) {
+// The format fields of an image and where its payload lies, after the
+// reader's checks in their fixed order.
+struct Layout {
+    WavData format; // pcmData left empty
+    std::size_t payloadOffset = 0;
+    std::size_t payloadSize = 0;
+};
+
+Layout locateChunks(std::span<const std::uint8_t> image) {
     const auto fileLength = static_cast<std::int64_t>(image.size());
     if (image.size() < minimumFileSize)
         throw AppError::invalidWav("WAV file is too small.");
@@ -80,7 +100,7 @@ WavData parseWav(std::span<const std::uint8_t> image) {
         throw AppError::invalidWav("Invalid WAV header.");
 
     const std::uint8_t* fmtFields = nullptr;
-    std::optional<std::span<const std::uint8_t>> payload;
+    std::optional<Layout> layout;
 
     // Signed 64-bit positions: a body size near 2^32 cannot wrap.
     std::int64_t position = 12;
@@ -96,15 +116,15 @@ WavData parseWav(std::span<const std::uint8_t> image) {
                 throw AppError::invalidWav("Invalid fmt chunk.");
             fmtFields = image.data() + bodyStart;
         } else if (hasTag(image, position, "data")) {
-            payload = image.subspan(static_cast<std::size_t>(bodyStart), static_cast<std::size_t>(bodySize));
+            layout = Layout{{}, static_cast<std::size_t>(bodyStart), static_cast<std::size_t>(bodySize)};
         }
         position = bodyEnd + (bodySize % 2);
     }
 
-    if (fmtFields == nullptr || !payload)
+    if (fmtFields == nullptr || !layout)
         throw AppError::invalidWav("Missing fmt or data chunks.");
 
-    WavData wav;
+    WavData& wav = layout->format;
     wav.audioFormat = readU16LE(fmtFields);
     wav.channels = readU16LE(fmtFields + 2);
     wav.sampleRate = readU32LE(fmtFields + 4);
@@ -114,11 +134,77 @@ WavData parseWav(std::span<const std::uint8_t> image) {
 
     if (wav.audioFormat != formatPcm && wav.audioFormat != formatFloat)
         throw AppError::invalidWav("Only PCM/float WAV files are supported.");
-    if (wav.blockAlign == 0 || payload->size() % wav.blockAlign != 0)
+    if (wav.blockAlign == 0 || layout->payloadSize % wav.blockAlign != 0)
         throw AppError::invalidWav("Invalid block alignment.");
+    return std::move(*layout);
+}
 
-    wav.pcmData.assign(payload->begin(), payload->end());
-    return wav;
+} // namespace
+
+Bytes readWholeFile(const std::string& path) {
+    // Look before opening: opening a FIFO waits for a writer that may never
+    // come, and opening a device can do things of its own. The look is
+    // repeated on what was opened, in case the path changed in between.
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        throwFileError(path);
+    requireReadableFile(info, path);
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (descriptor < 0)
+        throwFileError(path);
+    struct Closer {
+        int descriptor;
+        ~Closer() { ::close(descriptor); }
+    } closer{descriptor};
+    if (::fstat(descriptor, &info) != 0)
+        throwFileError(path);
+    requireReadableFile(info, path);
+
+    // The size is only a hint, since the file may change while we read it,
+    // so the buffer still grows if more arrives. One spare byte lets the read
+    // that finds the end happen without growing.
+    Bytes bytes(static_cast<std::size_t>(info.st_size) + 1);
+    std::size_t used = 0;
+    for (;;) {
+        if (used == bytes.size()) {
+            if (used > largestWavFile)
+                refuse(Refusal::tooLarge, path);
+            bytes.resize(static_cast<std::size_t>(
+                std::min<std::uint64_t>(std::max<std::size_t>(2 * used, 64 * 1024), largestWavFile + 1)));
+        }
+        const ::ssize_t got = ::read(descriptor, bytes.data() + used, bytes.size() - used);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throwFileError(path);
+        if (got == 0)
+            break;
+        used += static_cast<std::size_t>(got);
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+WavData loadWav(const std::string& path) {
+    Bytes image = readWholeFile(path);
+    Layout layout = locateChunks(image);
+    // The payload moves to the front of the image, which becomes the record's
+    // buffer: a source costs its own size once, never twice. Only when the
+    // other chunks outweigh the payload is it copied out, so the record does
+    // not keep mostly dead memory alive for the whole session.
+    std::memmove(image.data(), image.data() + layout.payloadOffset, layout.payloadSize);
+    image.resize(layout.payloadSize);
+    if (image.capacity() > 2 * image.size())
+        image.shrink_to_fit();
+    layout.format.pcmData = std::move(image);
+    return std::move(layout.format);
+}
+
+WavData parseWav(std::span<const std::uint8_t> image) {
+    Layout layout = locateChunks(image);
+    const auto payload = image.subspan(layout.payloadOffset, layout.payloadSize);
+    layout.format.pcmData.assign(payload.begin(), payload.end());
+    return std::move(layout.format);
 }
 
 } // namespace marquetry::audio

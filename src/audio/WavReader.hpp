@@ -7,10 +7,12 @@
 
 namespace marquetry::audio {
 
-/// Reads the whole file at `path` and decodes it with `parseWav`.
-/// Throws std::system_error carrying the operating system's description and
-/// the path when the file cannot be read, and AppError::invalidWav for a file
-/// that is not a usable WAV. Keeps no state; safe on any thread.
+/// Reads the whole file at `path` (see readWholeFile) and decodes it as
+/// `parseWav` does. The record's payload stays in the buffer the file was
+/// read into, so a source costs about its own size in memory, once.
+/// Throws std::system_error when the file cannot be read, and
+/// AppError::invalidWav for a file that is not a usable WAV. Keeps no state;
+/// safe on any thread.
 WavData loadWav(const std::string& path);
 
 /// Decodes a WAV file image held in memory: integer PCM (format 1) or IEEE
@@ -19,8 +21,14 @@ WavData loadWav(const std::string& path);
 /// record owns a copy of the payload, never a view into `image`.
 WavData parseWav(std::span<const std::uint8_t> image);
 
-/// The whole file at `path`, read in one go. Throws std::system_error with
-/// the operating system's description of the failure, prefixed by the path.
+/// The whole file at `path`, read in one go. Never blocks: anything that is
+/// not a regular file (a named pipe, a device, a socket) is refused before
+/// it is opened for reading, and so is a file larger than a WAV file can be
+/// (8 bytes of header and a 32-bit RIFF size), before a byte is read.
+/// Throws std::system_error whose text is "<path>: <description>", the
+/// description being the operating system's own for failures it reports
+/// ("Too many levels of symbolic links", "Is a directory", ...) or one that
+/// names what the path is ("is a named pipe (FIFO), not a file").
 Bytes readWholeFile(const std::string& path);
 
 } // namespace marquetry::audio

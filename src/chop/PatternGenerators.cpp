@@ -59,9 +59,28 @@ Pattern generatePatternGridLike(std::int64_t sliceCount, SeededGenerator& rng) {
     const std::int64_t sectionLength = std::max<std::int64_t>(1, n / 4);
     std::int64_t section = 0;
 
+    // The weighted choice over a section's contiguous slice indices, in
+    // constant time with the very same draw: only the values up to 12 can be
+    // heavy (the rule of weightedChoice), so past them every slice weighs 2
+    // and the draw maps straight onto an index.
+    const auto weight = [](std::int64_t value) -> std::uint64_t {
+        return value == 0 || value == 4 || value == 8 || value == 12 ? 4 : 2;
+    };
+    std::int64_t start = 0;
+    std::int64_t end = 0;
+    std::uint64_t sectionWeight = 0;
+    const auto weightedSlice = [&] {
+        std::uint64_t r = rng.next(sectionWeight);
+        std::int64_t slice = start;
+        for (; slice < end && slice <= 12; ++slice) {
+            if (r < weight(slice))
+                return slice;
+            r -= weight(slice);
+        }
+        return slice + static_cast<std::int64_t>(r / 2);
+    };
+
     Pattern pattern = reservedPattern(n);
-    std::vector<std::int64_t> sectionSlices;
-    sectionSlices.reserve(static_cast<std::size_t>(sectionLength));
     for (std::int64_t i = 0; i < n; ++i) {
         if (i % sectionLength == 0) {
             // The list order (stay, back, forward) is what the draw indexes.
@@ -73,17 +92,17 @@ Pattern generatePatternGridLike(std::int64_t sliceCount, SeededGenerator& rng) {
                 candidates[candidateCount++] = section + 1;
             section = rng.randomElement(std::span<const std::int64_t>(candidates.data(), candidateCount));
             // With fewer than four slices the upper sections fall back onto the last slice.
-            const std::int64_t start = std::min(section * sectionLength, n - 1);
-            const std::int64_t end = std::min(start + sectionLength, n);
-            sectionSlices.clear();
-            for (std::int64_t slice = start; slice < end; ++slice)
-                sectionSlices.push_back(slice);
+            start = std::min(section * sectionLength, n - 1);
+            end = std::min(start + sectionLength, n);
+            sectionWeight = 2 * static_cast<std::uint64_t>(end - start);
+            for (std::int64_t slice = start; slice < end && slice <= 12; ++slice)
+                sectionWeight += weight(slice) - 2;
         }
 
         if (unitDraw(rng) < 0.2)
             pattern.push_back(drawBelow(n, rng));
         else
-            pattern.push_back(weightedChoice(sectionSlices, rng));
+            pattern.push_back(weightedSlice());
     }
     if (!pattern.empty() && unitDraw(rng) < 0.8)
         pattern.front() = 0;

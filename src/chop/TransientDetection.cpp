@@ -3,6 +3,8 @@
 #include "audio/SampleMagnitude.hpp"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <numeric>
 
 namespace marquetry::chop {
@@ -13,25 +15,72 @@ struct Candidate {
     float score;
 };
 
-// Picks kept in ascending order, so the nearest neighbours of a frame are
-// found by binary search instead of comparing against every pick.
+// Picks as bits over the frames, with a summary level for every 64 bits of
+// the level below, so "is any pick within the spacing" touches a few words
+// per level however far the spacing reaches. Picks arrive by rank, not by
+// frame; a sorted list would shift half its entries on every insertion
+// (quadratic for a million slices), and a tree misses the cache on every
+// question, of which there is one per ranked rise.
 class Picks {
 public:
-    explicit Picks(std::size_t capacity) { frames_.reserve(capacity); }
+    explicit Picks(std::size_t capacity) : capacity_(capacity) {}
 
     bool isClear(FrameIndex frame, FrameCount spacing) const {
-        const auto after = std::lower_bound(frames_.begin(), frames_.end(), frame);
-        if (after != frames_.end() && *after - frame < spacing)
-            return false;
-        return after == frames_.begin() || frame - *std::prev(after) >= spacing;
+        if (spacing <= 0)
+            return true;
+        const FrameIndex first = std::max<FrameIndex>(frame - spacing + 1, 0);
+        return !anyIn(0, static_cast<std::uint64_t>(first), static_cast<std::uint64_t>(frame + spacing - 1));
     }
 
-    void add(FrameIndex frame) { frames_.insert(std::lower_bound(frames_.begin(), frames_.end(), frame), frame); }
-    std::int64_t size() const { return static_cast<std::int64_t>(frames_.size()); }
-    Boundaries take() && { return std::move(frames_); }
+    void add(FrameIndex frame) {
+        auto bit = static_cast<std::uint64_t>(frame);
+        for (Words& words : levels_) {
+            if (words.size() <= bit / 64)
+                words.resize(bit / 64 + 1);
+            words[bit / 64] |= std::uint64_t{1} << (bit % 64);
+            bit /= 64;
+        }
+        ++count_;
+    }
+
+    std::int64_t size() const { return count_; }
+
+    Boundaries take() && {
+        Boundaries sorted;
+        sorted.reserve(std::max(capacity_, static_cast<std::size_t>(count_)) + 1); // and the end boundary
+        const Words& frames = levels_.front();
+        for (std::size_t w = 0; w < frames.size(); ++w)
+            for (std::uint64_t bits = frames[w]; bits != 0; bits &= bits - 1)
+                sorted.push_back(static_cast<FrameIndex>(w * 64 + static_cast<unsigned>(std::countr_zero(bits))));
+        return sorted;
+    }
 
 private:
-    Boundaries frames_;
+    using Words = std::vector<std::uint64_t>;
+
+    // Whether any bit in [first, last] of `level` is set.
+    bool anyIn(std::size_t level, std::uint64_t first, std::uint64_t last) const {
+        const Words& words = levels_[level];
+        if (words.empty() || first > last || first / 64 >= words.size())
+            return false;
+        last = std::min<std::uint64_t>(last, words.size() * 64 - 1);
+        const std::uint64_t firstWord = first / 64;
+        const std::uint64_t lastWord = last / 64;
+        const std::uint64_t fromFirst = ~std::uint64_t{0} << (first % 64);
+        const std::uint64_t toLast = ~std::uint64_t{0} >> (63 - last % 64);
+        if (firstWord == lastWord)
+            return (words[firstWord] & fromFirst & toLast) != 0;
+        if ((words[firstWord] & fromFirst) != 0 || (words[lastWord] & toLast) != 0)
+            return true;
+        // The top level's first word covers 2^36 frames, more than any WAV
+        // file holds, so the search never climbs past it.
+        return firstWord + 1 < lastWord && level + 1 < levels_.size()
+               && anyIn(level + 1, firstWord + 1, lastWord - 1);
+    }
+
+    std::size_t capacity_;
+    std::int64_t count_ = 0;
+    std::array<Words, 6> levels_;
 };
 
 } // namespace

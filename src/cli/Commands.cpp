@@ -147,9 +147,10 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
                                          + model::readableSize(available) + " is available");
 
     app.subscribe([&](Field field) {
-        // A reader that went away (a closed pipe) must not stop the export.
-        if (field == Field::status)
+        if (field == Field::status) {
             out << app.status() << '\n' << std::flush;
+            out.clear(); // a line that cannot be written is lost, never the export
+        }
     });
     app.generate();
     mainLoop.runUntil([&] { return !app.isGenerating(); });

@@ -337,6 +337,7 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
     try {
         createFolder(outputDir_);
+        removeStaleTemporaries(outputDir_);
         for (ExportedVariation& variation : selected) {
             const std::string path = joinPath(outputDir_, variation.loop->name);
             const audio::Bytes bytes = audio::buildWavFileData(*sourceWavData_, variation.loop->pcmData);

@@ -3,16 +3,17 @@
 #include "model/SystemServices.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
-#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
 #include <system_error>
 
-#if defined(_WIN32)
-#include <io.h>
-#else
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
-#endif
 
 namespace marquetry::model {
 namespace fs = std::filesystem;
@@ -35,18 +36,138 @@ bool isSeparator(char c) {
 #endif
 }
 
-// A name no other writer picks: the target's name behind a dot, so it stays
-// out of sight in the folder, and random hex from the system.
-std::string temporarySibling(const std::string& path) {
+// Temporaries are named ".mqtry-" + the writer's process id (8 hex digits)
+// + 8 random hex digits + ".tmp": hidden, recognisably ours, and short and
+// fixed in length, so that any name the file system accepts for the target
+// still leaves room for its temporary.
+constexpr std::string_view temporaryPrefix = ".mqtry-";
+constexpr std::string_view temporarySuffix = ".tmp";
+constexpr std::size_t temporaryHexDigits = 16;
+constexpr std::size_t temporaryNameLength = temporaryPrefix.size() + temporaryHexDigits + temporarySuffix.size();
+
+std::string temporaryName() {
     const auto id = osRandomUuid();
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string suffix;
-    for (std::size_t i = 0; i < 6; ++i) {
-        suffix += hex[id[i] >> 4];
-        suffix += hex[id[i] & 0xF];
+    char name[temporaryNameLength + 1];
+    std::snprintf(name, sizeof name, "%.*s%08x%02x%02x%02x%02x%.*s", static_cast<int>(temporaryPrefix.size()),
+                  temporaryPrefix.data(), static_cast<unsigned>(::getpid()), id[0], id[1], id[2], id[3],
+                  static_cast<int>(temporarySuffix.size()), temporarySuffix.data());
+    return name;
+}
+
+// The process id of a temporary's writer, or none for names not ours.
+std::optional<pid_t> temporaryWriter(const std::string& name) {
+    if (name.size() != temporaryNameLength || !name.starts_with(temporaryPrefix) || !name.ends_with(temporarySuffix))
+        return std::nullopt;
+    unsigned long pid = 0;
+    for (std::size_t i = 0; i < temporaryHexDigits; ++i) {
+        const char c = name[temporaryPrefix.size() + i];
+        const bool digit = c >= '0' && c <= '9';
+        if (!digit && !(c >= 'a' && c <= 'f'))
+            return std::nullopt;
+        if (i < 8)
+            pid = pid * 16 + static_cast<unsigned long>(digit ? c - '0' : c - 'a' + 10);
     }
+    return static_cast<pid_t>(pid);
+}
+
+// An unnamed file in `folder` that vanishes with its last descriptor, so a
+// writer killed half way leaves nothing behind; -1 (errno set) when the
+// system or the file system cannot make one.
+int openUnnamedFile(const std::string& folder) {
+#if defined(O_TMPFILE)
+    return ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+#else
+    (void)folder;
+    errno = EOPNOTSUPP;
+    return -1;
+#endif
+}
+
+// Gives the unnamed file a name, so that it can be renamed over the target.
+bool linkUnnamedFile(int descriptor, const std::string& name) {
+#if defined(O_TMPFILE)
+    // Through /proc, since linking by descriptor needs a privilege.
+    const std::string self = "/proc/self/fd/" + std::to_string(descriptor);
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0)
+        return true;
+    return errno == ENOENT && ::linkat(descriptor, "", AT_FDCWD, name.c_str(), AT_EMPTY_PATH) == 0;
+#else
+    (void)descriptor;
+    (void)name;
+    errno = EOPNOTSUPP;
+    return false;
+#endif
+}
+
+bool writeAll(int descriptor, std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ::ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// Writes `bytes` to a new hidden file beside `path`, flushed to disk, and
+// returns its name; on failure removes it and throws with `path`.
+std::string writeTemporaryBeside(const std::string& path, std::span<const std::uint8_t> bytes) {
     const std::string name = fileName(path);
-    return path.substr(0, path.size() - name.size()) + "." + name + "." + suffix + ".part";
+    const std::string folderPrefix = path.substr(0, path.size() - name.size());
+    const std::string temporary = folderPrefix + temporaryName();
+
+    int file = openUnnamedFile(folderPrefix.empty() ? "." : folderPrefix);
+    const bool unnamed = file >= 0;
+    // Only a missing feature falls back on a named temporary; a folder that
+    // refuses the unnamed file would refuse a named one as well.
+    if (!unnamed && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+        throwErrno(path);
+    if (!unnamed) {
+        // Exclusive: never open a file someone else just made under the same name.
+        file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (file < 0)
+            throwErrno(path);
+    }
+
+    bool named = !unnamed;
+    const auto fail = [&] {
+        const int saved = errno;
+        if (file >= 0)
+            ::close(file);
+        if (named)
+            ::unlink(temporary.c_str());
+        throwError(std::error_code(saved, std::generic_category()), path);
+    };
+    // The name must never show a file whose data is not yet on disk.
+    if (!writeAll(file, bytes) || ::fsync(file) != 0)
+        fail();
+    if (unnamed) {
+        if (!linkUnnamedFile(file, temporary))
+            fail();
+        named = true;
+    }
+    if (::close(std::exchange(file, -1)) != 0)
+        fail();
+    return temporary;
+}
+
+// Gives `from` the name `to` unless `to` exists; 0 or the errno of the
+// failure (EEXIST when the name is taken).
+int renameWithoutReplacing(const std::string& from, const std::string& to) {
+#if defined(__linux__)
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        return errno;
+#endif
+    // Where the file system cannot rename without replacing, a hard link
+    // fails on an existing name just the same.
+    if (::link(from.c_str(), to.c_str()) != 0)
+        return errno;
+    ::unlink(from.c_str());
+    return 0;
 }
 
 } // namespace
@@ -101,76 +222,12 @@ void createFolder(const std::string& folder) {
         throwError(error, folder);
 }
 
-namespace {
-
-// Writes `bytes` to a new hidden file beside `path`, flushed to disk, and
-// returns its name; on failure removes it and throws with `path`.
-std::string writeTemporaryBeside(const std::string& path, std::span<const std::uint8_t> bytes) {
-    const std::string temporary = temporarySibling(path);
-    struct Closer {
-        void operator()(std::FILE* f) const { std::fclose(f); }
-    };
-    // "x": never open a file someone else just made under the same name.
-    std::unique_ptr<std::FILE, Closer> file(std::fopen(temporary.c_str(), "wbx"));
-    if (!file)
-        throwErrno(path);
-
-    const auto fail = [&](int savedErrno) {
-        file.reset();
-        std::remove(temporary.c_str());
-        throwError(std::error_code(savedErrno, std::generic_category()), path);
-    };
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
-        fail(errno);
-    if (std::fflush(file.get()) != 0)
-        fail(errno);
-    // The rename must never expose a file whose data is not yet on disk.
-#if defined(_WIN32)
-    if (_commit(_fileno(file.get())) != 0)
-        fail(errno);
-#else
-    if (::fsync(fileno(file.get())) != 0)
-        fail(errno);
-#endif
-    if (std::fclose(file.release()) != 0) {
-        const int saved = errno;
-        std::remove(temporary.c_str());
-        throwError(std::error_code(saved, std::generic_category()), path);
-    }
-    return temporary;
-}
-
-// Gives `from` the name `to` unless `to` exists; 0 or the errno of the
-// failure (EEXIST when the name is taken).
-int renameWithoutReplacing(const std::string& from, const std::string& to) {
-#if defined(_WIN32)
-    // The C library's rename never replaces on Windows.
-    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
-#else
-#if defined(__linux__)
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
-        return errno;
-#endif
-    // Where the file system cannot rename without replacing, a hard link
-    // fails on an existing name just the same.
-    if (::link(from.c_str(), to.c_str()) != 0)
-        return errno;
-    ::unlink(from.c_str());
-    return 0;
-#endif
-}
-
-} // namespace
-
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
     const std::string temporary = writeTemporaryBeside(path, bytes);
-    std::error_code error;
-    fs::rename(pathFromText(temporary), pathFromText(path), error);
-    if (error) {
-        std::remove(temporary.c_str());
-        throwError(error, path);
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int saved = errno;
+        ::unlink(temporary.c_str());
+        throwError(std::error_code(saved, std::generic_category()), path);
     }
 }
 
@@ -179,10 +236,36 @@ bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_
     const int error = renameWithoutReplacing(temporary, path);
     if (error == 0)
         return true;
-    std::remove(temporary.c_str());
+    ::unlink(temporary.c_str());
     if (error == EEXIST)
         return false;
     throwError(std::error_code(error, std::generic_category()), path);
+}
+
+void removeStaleTemporaries(const std::string& folder) {
+    using namespace std::chrono;
+    std::vector<std::string> names;
+    try {
+        names = listFolder(folder);
+    } catch (const std::system_error&) {
+        return; // whoever writes into the folder reports why it cannot be read
+    }
+    const auto now = system_clock::now();
+    for (const std::string& name : names) {
+        const auto writer = temporaryWriter(name);
+        if (!writer)
+            continue;
+        const std::string path = folder + "/" + name;
+        struct stat info {};
+        if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+            continue;
+        const auto unchangedFor = now - system_clock::from_time_t(info.st_mtime);
+        // A writer on another machine sharing the folder is "gone" here too,
+        // but still writes, which keeps its file's time fresh.
+        const bool writerGone = ::kill(*writer, 0) != 0 && errno == ESRCH;
+        if ((writerGone && unchangedFor > minutes(1)) || unchangedFor > hours(24))
+            ::unlink(path.c_str());
+    }
 }
 
 } // namespace marquetry::model

@@ -31,7 +31,11 @@ void createFolder(const std::string& folder);
 
 /// Replaces the file at `path` whole with `bytes`: they go to a temporary file
 /// in the same folder, which is flushed to disk and renamed over the target,
-/// so a failure leaves neither a partial file nor a damaged old one. Throws
+/// so a failure leaves neither a partial file nor a damaged old one. Where the
+/// file system can, the temporary has no name until its data is on disk, so
+/// a writer killed half way leaves nothing behind; elsewhere it is a hidden
+/// file of a fixed short name that `removeStaleTemporaries` recognises. Any
+/// target name the file system accepts can be written. Throws
 /// std::system_error with the operating system's description.
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 
@@ -40,5 +44,11 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
 /// appeared while the bytes were being written). Throws std::system_error
 /// with the operating system's description for every other failure.
 bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
+
+/// Removes the temporaries that `writeFileAtomically` left in `folder` when
+/// its process was killed: only files of its own name pattern whose writer is
+/// gone and that have not changed for a minute, or that have not changed for
+/// a day. Anything else stays; a folder that cannot be listed is left alone.
+void removeStaleTemporaries(const std::string& folder);
 
 } // namespace marquetry::model

@@ -1,11 +1,18 @@
 #include "audio/AppError.hpp"
 #include "audio/WavReader.hpp"
 
+#include "support/ChildProcess.hpp"
 #include "support/WavImageBuilder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <optional>
 #include <system_error>
@@ -91,14 +98,97 @@ TEST(WavReader, AcceptsAndKeepsFieldsAndPayloadAsStored) {
         {"trailing fragment shorter than a chunk header",
          concat(riff(), stereo16, chunk("data", bytes(12)), Bytes(7, 0xFF)), record(1, 2, 4, 16, bytes(12))},
     };
-    for (const auto& [name, image, expected] : acceptances)
+    // From a file the payload is moved inside the buffer the file was read
+    // into, which must give the same record whatever the chunk layout.
+    const auto file = std::filesystem::temp_directory_path() / ("marquetry-reader-" + std::to_string(::getpid()));
+    for (const auto& [name, image, expected] : acceptances) {
         EXPECT_EQ(parseWav(image), expected) << name;
+        std::ofstream(file, std::ios::binary)
+            .write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+        EXPECT_EQ(loadWav(file.string()), expected) << name;
+    }
+    std::filesystem::remove(file);
 }
 
 // File errors keep the operating system's description and name the path.
 TEST(WavReader, ReportsUnreadableFilesAsSystemErrors) {
     for (const std::string& path : {testLoopPath("no-such-loop.wav"), std::string(MARQUETRY_TEST_LOOPS_DIR)})
         EXPECT_THAT([&] { loadWav(path); }, testing::ThrowsMessage<std::system_error>(testing::HasSubstr(path)));
+}
+
+class WavReaderFiles : public ::testing::Test {
+protected:
+    WavReaderFiles() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "marquetry-reader-XXXXXX").string();
+        folder = ::mkdtemp(pattern.data());
+    }
+    ~WavReaderFiles() override { std::filesystem::remove_all(folder); }
+
+    // A canonical header whose data chunk claims `payloadBytes`, followed by
+    // that many zeros that take no room on disk.
+    std::string sparseWav(const std::string& name, std::uint64_t payloadBytes) const {
+        const std::string path = folder + "/" + name;
+        const Bytes header = concat(riff(), stereo16, chunkHeader("data", static_cast<std::uint32_t>(payloadBytes)));
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(header.data()), static_cast<std::streamsize>(header.size()));
+        std::filesystem::resize_file(path, header.size() + payloadBytes);
+        return path;
+    }
+
+    std::string folder;
+};
+
+// Each is refused at once, before a byte is read, in a child that would run
+// out of its address space or its time if it tried.
+TEST_F(WavReaderFiles, RefusesWhatIsNotARegularFileOrTooLargeWithoutReadingIt) {
+    ASSERT_EQ(::mkfifo((folder + "/pipe.wav").c_str(), 0600), 0);
+    std::filesystem::create_symlink("/dev/zero", folder + "/zero.wav");
+    std::filesystem::create_symlink("loop-b.wav", folder + "/loop-a.wav");
+    std::filesystem::create_symlink("loop-a.wav", folder + "/loop-b.wav");
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = folder + "/socket.wav";
+    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const std::string sparse = sparseWav("5gb.wav", 5'000'000'000);
+
+    const std::pair<std::string, std::string> refusals[] = {
+        {folder + "/pipe.wav", "is a named pipe (FIFO), not a file"},
+        {folder + "/zero.wav", "is a character device, not a file"},
+        {socketPath, "is a socket, not a file"},
+        {sparse, "is larger than a WAV file can be (4 GiB)"},
+        {folder + "/loop-a.wav", "Too many levels of symbolic links"},
+    };
+    for (const auto& [path, description] : refusals) {
+        const std::string outcome = inChildProcess(
+            [&] {
+                try {
+                    loadWav(path);
+                } catch (const std::system_error& error) {
+                    return std::string(error.what());
+                }
+                return std::string("read");
+            },
+            {{RLIMIT_AS, addressSpaceInUse() + (256 << 20)}}, 5);
+        EXPECT_EQ(outcome, path + ": " + description);
+    }
+    ::close(listener);
+}
+
+// A quarter of a gigabyte of payload decodes within 1.5 times its size: the record
+// keeps the buffer the file was read into, so there is never a second copy.
+TEST_F(WavReaderFiles, HoldsOneCopyOfALargePayload) {
+    constexpr std::uint64_t payloadBytes = 256 << 20;
+    const std::string path = sparseWav("large.wav", payloadBytes);
+    const std::string outcome = inChildProcess(
+        [&] {
+            const WavData wav = loadWav(path);
+            return std::to_string(wav.pcmData.size());
+        },
+        {{RLIMIT_AS, addressSpaceInUse() + payloadBytes * 3 / 2}});
+    EXPECT_EQ(outcome, std::to_string(payloadBytes));
 }
 
 // Damaged files end in one of the reader's own errors, never a crash or a

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <numeric>
+#include <vector>
 
 namespace marquetry::chop {
 namespace {
@@ -47,6 +50,50 @@ TEST(PatternGenerators, WeightedChoiceFavoursTheValues0To12InStepsOf4) {
     for (int i = 0; i < 100; ++i) {
         const std::uint64_t r = twin.next(12);
         ASSERT_EQ(weightedChoice(options, rng), r < 8 ? options[r / 2] : 12) << "draw " << i;
+    }
+}
+
+// The grid walk written out plainly: each section's slices listed and every
+// pick made by weightedChoice over them, as the walk did when it was
+// quadratic in the slice count.
+Pattern plainGridWalk(std::int64_t n, SeededGenerator& rng) {
+    const std::int64_t g = std::max<std::int64_t>(1, n / 4);
+    std::int64_t section = 0;
+    std::vector<std::int64_t> slices;
+    Pattern pattern;
+    for (std::int64_t i = 0; i < n; ++i) {
+        if (i % g == 0) {
+            std::vector<std::int64_t> candidates{section};
+            if (section >= 1)
+                candidates.push_back(section - 1);
+            if (section < 3)
+                candidates.push_back(section + 1);
+            section = rng.randomElement(std::span<const std::int64_t>(candidates));
+            const std::int64_t start = std::min(section * g, n - 1);
+            slices.clear();
+            for (std::int64_t slice = start; slice < std::min(start + g, n); ++slice)
+                slices.push_back(slice);
+        }
+        const bool anySlice = rng.randomDouble(0, 1) < 0.2;
+        pattern.push_back(anySlice ? static_cast<std::int64_t>(rng.next(static_cast<std::uint64_t>(n)))
+                                   : weightedChoice(slices, rng));
+    }
+    if (rng.randomDouble(0, 1) < 0.8)
+        pattern.front() = 0;
+    return pattern;
+}
+
+TEST(PatternGenerators, GridWalkPicksExactlyAsWeightedChoiceOverItsSection) {
+    std::vector<std::int64_t> counts(300);
+    std::iota(counts.begin(), counts.end(), 1);
+    counts.push_back(5000);
+    for (std::uint64_t seed = 0; seed < 4; ++seed) {
+        for (const std::int64_t n : counts) {
+            SeededGenerator fast(seed * 7919 + static_cast<std::uint64_t>(n));
+            SeededGenerator plain = fast;
+            ASSERT_EQ(generatePatternGridLike(n, fast), plainGridWalk(n, plain)) << "n=" << n << " seed=" << seed;
+            ASSERT_EQ(fast, plain) << "n=" << n << " seed=" << seed;
+        }
     }
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -53,6 +55,65 @@ TEST(TransientBoundaries, CutAtTheStrongestRisesOrElseFillEvenly) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(buildTransientBoundaries(c.wav, c.slices), c.expected) << c.name;
+}
+
+// The detector's steps done the plain way: every rise ranked by a stable
+// sort, every candidate compared with every pick.
+Boundaries plainTransientBoundaries(const audio::WavData& wav, std::int64_t sliceCount) {
+    const FrameCount total = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+    std::vector<std::pair<FrameIndex, float>> ranked;
+    float previous = frameAmplitude(wav, 0);
+    for (FrameIndex f = 1; f < total; ++f) {
+        const float amplitude = frameAmplitude(wav, f);
+        if (amplitude > previous) // ranking stops at the first score of 0
+            ranked.emplace_back(f, amplitude - previous);
+        previous = amplitude;
+    }
+    std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    const FrameCount spacing = std::max<FrameCount>(total / (2 * sliceCount), 32);
+    Boundaries picks{0};
+    const auto isClear = [&](FrameIndex f, FrameCount apart) {
+        return std::none_of(picks.begin(), picks.end(), [&](FrameIndex p) { return std::abs(p - f) < apart; });
+    };
+    for (const auto& candidate : ranked) {
+        if (std::ssize(picks) == sliceCount)
+            break;
+        if (isClear(candidate.first, spacing))
+            picks.push_back(candidate.first);
+    }
+    const FrameCount step = std::max<FrameCount>(total / sliceCount, 1);
+    for (FrameIndex c = 0; c < total && std::ssize(picks) < sliceCount; c += step)
+        if (isClear(c, spacing / 2))
+            picks.push_back(c);
+    std::sort(picks.begin(), picks.end());
+    picks.push_back(total);
+    return picks;
+}
+
+// Random clicks, some of equal level, at spacings from the 32-frame minimum
+// to a sixth of a two-million-frame loop, so every reach of the pick search
+// runs.
+TEST(TransientBoundaries, AgreeWithThePlainStepsForRandomClicks) {
+    const struct {
+        std::int64_t frames, slices, hits;
+    } cases[] = {{2'100'000, 6, 400}, {100'000, 300, 2000}, {50'000, 2000, 5000}, {4000, 100, 400}};
+    std::uint64_t state = 12345;
+    const auto random = [&](std::uint64_t bound) {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        return (state >> 33) % bound;
+    };
+    for (const auto& c : cases) {
+        // Louder towards the middle, in steps of 1000 so that levels tie: the
+        // strongest picks come first and turn away many neighbours.
+        std::vector<std::pair<FrameIndex, std::int16_t>> hits;
+        for (std::int64_t i = 0; i < c.hits; ++i) {
+            const auto at = static_cast<FrameIndex>(random(static_cast<std::uint64_t>(c.frames)));
+            hits.emplace_back(at, static_cast<std::int16_t>(1000 * (30 - 29 * std::abs(at - c.frames / 2) / c.frames)));
+        }
+        const audio::WavData wav = clicks(c.frames, hits);
+        EXPECT_EQ(buildTransientBoundaries(wav, c.slices), plainTransientBoundaries(wav, c.slices))
+            << c.frames << " frames, " << c.slices << " slices";
+    }
 }
 
 } // namespace

@@ -254,5 +254,16 @@ TEST_F(Cli, HelpAndVersionGoToStandardOutput) {
     EXPECT_EQ(version.out, "marquetry-cli " MARQUETRY_VERSION "\n");
 }
 
+// A reader that stops early (`| head -1`) must not cost the export.
+TEST_F(Cli, ExportsAllAfterItsOutputReaderHasGone) {
+    copyLoops({"amen_s16.wav"});
+    const std::string command = "cd " + shellQuoted(root_.string()) + " && { HOME=" + shellQuoted(home().string())
+                                + " " + shellQuoted(MARQUETRY_CLI)
+                                + " generate --source source/amen_s16.wav --output out; echo $? >status.txt; } | true";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(readText(at("status.txt")), "0\n");
+    EXPECT_EQ(folderContents(at("out")).size(), 10u);
+}
+
 } // namespace
 } // namespace marquetry::cli

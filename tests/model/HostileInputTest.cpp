@@ -2,11 +2,14 @@
 // folders and dangling links named like loops, a loop ten minutes long, and
 // loops shorter than the slices asked for. Each gives its message or its
 // result, and the model goes on working afterwards.
+#include "support/ChildProcess.hpp"
 #include "Fakes.hpp"
 
 #include "audio/WavWriter.hpp"
 
 #include <gmock/gmock.h>
+
+#include <sys/stat.h>
 
 namespace marquetry::model::test {
 namespace {
@@ -66,6 +69,29 @@ TEST_F(AppModelHostileInput, UnreadableSourcesReportTheirOwnReason) {
         EXPECT_FALSE(m.isGenerating());
     }
     expectStillUsable(m);
+}
+
+// The model decodes the first file of its folder as it starts, so the
+// window would never appear if that file could block; a child process turns
+// such a hang into a failure.
+TEST_F(AppModelHostileInput, SpecialFilesFirstInTheFolderAreRefusedAtOnce) {
+    fs::create_directories(sourceFolder());
+    ASSERT_EQ(::mkfifo((sourceFolder() + "/a-pipe.wav").c_str(), 0600), 0);
+    fs::create_symlink("/dev/zero", sourceFolder() + "/b-zero.wav");
+    addLoop("c-good.wav");
+    const std::string report = audio::test::inChildProcess([&] {
+        AppModel& m = start();
+        std::string lines = m.status() + "\n" + m.selectedFile().value_or("none") + "\n";
+        for (const char* name : {"a-pipe.wav", "b-zero.wav", "c-good.wav"}) {
+            m.selectFile(sourceFolder() + "/" + name);
+            lines += m.status() + "\n";
+        }
+        return lines;
+    });
+    EXPECT_EQ(report, "Loaded 3 WAV file(s).\n" + sourceFolder() + "/a-pipe.wav\n" + "Error loading source: "
+                          + sourceFolder() + "/a-pipe.wav: is a named pipe (FIFO), not a file\n"
+                          + "Error loading source: " + sourceFolder()
+                          + "/b-zero.wav: is a character device, not a file\n" + "Loaded source: c-good.wav\n");
 }
 
 TEST_F(AppModelHostileInput, ATenMinuteLoopLoadsGeneratesAndExports) {
