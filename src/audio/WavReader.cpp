@@ -186,7 +186,10 @@ Bytes readWholeFile(const std::string& path) {
 }
 
 WavData loadWav(const std::string& path) {
-    Bytes image = readWholeFile(path);
+    return parseWavInPlace(readWholeFile(path));
+}
+
+WavData parseWavInPlace(Bytes image) {
     Layout layout = locateChunks(image);
     // The payload moves to the front of the image, which becomes the record's
     // buffer: a source costs its own size once, never twice. Only when the

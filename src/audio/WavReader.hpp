@@ -21,6 +21,10 @@ WavData loadWav(const std::string& path);
 /// record owns a copy of the payload, never a view into `image`.
 WavData parseWav(std::span<const std::uint8_t> image);
 
+/// `parseWav` of a file image the record may keep: the payload stays in the
+/// image's own buffer instead of being copied out of it.
+WavData parseWavInPlace(Bytes image);
+
 /// The whole file at `path`, read in one go. Never blocks: anything that is
 /// not a regular file (a named pipe, a device, a socket) is refused before
 /// it is opened for reading, and so is a file larger than a WAV file can be

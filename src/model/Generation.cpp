@@ -67,9 +67,10 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     std::vector<audio::WavData> sources;
     sources.reserve(paths.size());
     for (const std::string& path : paths) {
-        const audio::Bytes image = audio::readWholeFile(path);
-        audio::WavData wav = audio::parseWav(image);
-        result.run.sources.push_back({path, sha256Hex(image),
+        audio::Bytes image = audio::readWholeFile(path);
+        std::string sha256 = sha256Hex(image);
+        audio::WavData wav = audio::parseWavInPlace(std::move(image));
+        result.run.sources.push_back({path, std::move(sha256),
                                       audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate,
                                                      wav.blockAlign, wav.bitsPerSample, {}},
                                       audio::frameCount(wav.pcmData.size(), wav.blockAlign)});
