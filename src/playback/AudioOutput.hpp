@@ -7,13 +7,12 @@
 
 namespace marquetry::playback {
 
-/// One stream of a WAV image held in memory. Main thread only.
+/// One stream of a WAV image held in memory, repeated without a seam until
+/// stop(): previews always loop. Main thread only.
 class AudioPlayer {
 public:
     virtual ~AudioPlayer() = default;
 
-    /// A negative count repeats until stop().
-    virtual void setNumberOfLoops(int loops) = 0;
     /// Takes effect at once, also while playing.
     virtual void setVolume(float gain) = 0;
     virtual void prepareToPlay() = 0;

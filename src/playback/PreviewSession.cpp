@@ -23,7 +23,6 @@ std::optional<std::string> PreviewSession::play(const PlaybackTarget& target, co
         // Still Idle: the stream was stopped above and no player was stored.
         return std::string(error.what());
     }
-    audioPlayer_->setNumberOfLoops(-1);
     audioPlayer_->setVolume(static_cast<float>(volume));
     audioPlayer_->prepareToPlay();
     audioPlayer_->play();

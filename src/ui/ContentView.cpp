@@ -9,6 +9,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFrame>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -16,6 +17,7 @@
 #include <QScrollArea>
 #include <QSlider>
 #include <QSpinBox>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -53,7 +55,7 @@ ContentView::ContentView(model::Platform platform, QWidget* parent)
          {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::slices, Field::versions,
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
-          Field::playingTarget, Field::playbackProgress})
+          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest})
         redraw(field);
 }
 
@@ -157,11 +159,31 @@ QWidget* ContentView::buildGenerateRow() {
     mashupBox_->setObjectName(QStringLiteral("mashupModeBox"));
     row->addWidget(mashupBox_);
 
-    seedField_ = new QLineEdit(rowWidget);
+    // The seed of the last run sits under the Seed field and its Use button
+    // rather than beside them, so the row stays narrower than the folder rows.
+    auto* seedBlock = new QWidget(rowWidget);
+    auto* seedGrid = new QGridLayout(seedBlock);
+    seedGrid->setContentsMargins(0, 0, 0, 0);
+    seedGrid->setVerticalSpacing(0);
+    seedField_ = new QLineEdit(seedBlock);
     seedField_->setObjectName(QStringLiteral("seedField"));
     seedField_->setPlaceholderText(QStringLiteral("Seed (optional)"));
     seedField_->setFixedWidth(160);
-    row->addWidget(seedField_);
+    seedGrid->addWidget(seedField_, 0, 0);
+    useSeedButton_ = new QToolButton(seedBlock);
+    useSeedButton_->setObjectName(QStringLiteral("useSeedButton"));
+    useSeedButton_->setText(QStringLiteral("Use"));
+    useSeedButton_->setToolTip(QStringLiteral("Put the seed of the last run into the Seed field"));
+    // Hidden before the first run without the row moving when it appears.
+    QSizePolicy keepsItsPlace = useSeedButton_->sizePolicy();
+    keepsItsPlace.setRetainSizeWhenHidden(true);
+    useSeedButton_->setSizePolicy(keepsItsPlace);
+    seedGrid->addWidget(useSeedButton_, 0, 1);
+    seedOfRunLabel_ = secondaryCaption(QString(), "seedOfRunLabel", seedBlock);
+    seedOfRunLabel_->setFixedHeight(seedOfRunLabel_->fontMetrics().height());
+    seedOfRunLabel_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    seedGrid->addWidget(seedOfRunLabel_, 1, 0, 1, 2);
+    row->addWidget(seedBlock);
     row->addStretch(1);
 
     connect(generateButton_, &QPushButton::clicked, this, [this] { model_->generate(); });
@@ -174,6 +196,10 @@ QWidget* ContentView::buildGenerateRow() {
     connect(mashupBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMashupMode(on); });
     connect(seedField_, &QLineEdit::textEdited, this,
             [this](const QString& text) { model_->setSeedText(text.toStdString()); });
+    connect(useSeedButton_, &QToolButton::clicked, this, [this] {
+        if (model_->lastRun())
+            model_->setSeedText(std::to_string(model_->lastRun()->seed));
+    });
     return rowWidget;
 }
 
@@ -278,6 +304,11 @@ QWidget* ContentView::buildSelectionRow() {
     row->addWidget(selectAllButton_);
     row->addWidget(selectNoneButton_);
     row->addWidget(exportButton_);
+    manifestBox_ = new QCheckBox(QStringLiteral("Write manifest"), rowWidget);
+    manifestBox_->setObjectName(QStringLiteral("manifestBox"));
+    manifestBox_->setToolTip(
+        QStringLiteral("Export also writes a JSON manifest of the run, from which the command line can replay it"));
+    row->addWidget(manifestBox_);
     statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
     row->addWidget(statusLine_, 1);
@@ -285,6 +316,7 @@ QWidget* ContentView::buildSelectionRow() {
     connect(selectAllButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(true); });
     connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
+    connect(manifestBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportManifest(on); });
     return rowWidget;
 }
 
@@ -362,9 +394,13 @@ void ContentView::redraw(Field field) {
     }
     case Field::isGenerating: redrawGenerateButton(); break;
     case Field::sourceWaveform: sourceWaveform_->setWaveform(std::span<const double>(m.sourceWaveform())); break;
-    case Field::sourceWavData:
-    case Field::lastRun:
-    case Field::exportManifest: break;
+    case Field::sourceWavData: break;
+    case Field::lastRun: redrawLastRun(); break;
+    case Field::exportManifest: {
+        const QSignalBlocker blocker(manifestBox_);
+        manifestBox_->setChecked(m.exportManifest());
+        break;
+    }
     case Field::generatedLoops:
         loopList_->setLoops(m.generatedLoops(), m.playingTarget(), m.playbackProgress());
         redrawSelectionButtons();
@@ -454,6 +490,12 @@ void ContentView::redrawGenerateButton() {
     const bool busy = model_->isGenerating();
     generateButton_->setText(busy ? QStringLiteral("Generating...") : QStringLiteral("Generate"));
     generateButton_->setEnabled(!busy && model_->selectedFile().has_value());
+}
+
+void ContentView::redrawLastRun() {
+    const std::optional<model::RunRecord>& run = model_->lastRun();
+    seedOfRunLabel_->setText(run ? QStringLiteral("Seed of this run: %1").arg(run->seed) : QString());
+    useSeedButton_->setVisible(run.has_value());
 }
 
 void ContentView::redrawSelectionButtons() {

@@ -14,6 +14,7 @@ class QLineEdit;
 class QPushButton;
 class QSlider;
 class QSpinBox;
+class QToolButton;
 class QVBoxLayout;
 
 namespace marquetry::ui {
@@ -57,6 +58,7 @@ private:
     void redrawGlitchRow();
     void redrawGenerateButton();
     void redrawSelectionButtons();
+    void redrawLastRun();
 
     std::unique_ptr<model::AppModel> model_;
 
@@ -68,6 +70,8 @@ private:
     QComboBox* chopModelBox_ = nullptr;
     QCheckBox* mashupBox_ = nullptr;
     QLineEdit* seedField_ = nullptr;
+    QLabel* seedOfRunLabel_ = nullptr;
+    QToolButton* useSeedButton_ = nullptr;
     QWidget* generateRow_ = nullptr;
     QWidget* glitchRow_ = nullptr;
     QSlider* glitchSlider_ = nullptr;
@@ -83,6 +87,7 @@ private:
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
+    QCheckBox* manifestBox_ = nullptr;
     QLabel* statusLine_ = nullptr;
     QLineEdit* outputField_ = nullptr;
 

@@ -6,25 +6,18 @@
 
 namespace marquetry::ui {
 
-LoopingAudioDevice::LoopingAudioDevice(QByteArray pcm, int passes, QObject* parent)
-    : QIODevice(parent), pcm_(std::move(pcm)), passes_(passes) {
+LoopingAudioDevice::LoopingAudioDevice(QByteArray pcm, QObject* parent) : QIODevice(parent), pcm_(std::move(pcm)) {
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
-void LoopingAudioDevice::rewind(int passes) {
-    passes_ = passes;
+void LoopingAudioDevice::rewind() {
     bytesRead_.store(0, std::memory_order_release);
 }
 
 qint64 LoopingAudioDevice::bytesLeft() const {
-    const qint64 read = bytesRead();
     if (pcm_.isEmpty())
         return 0;
-    // Forever: what is left of this pass and the whole of the next, which
-    // keeps readers that size their reads by it reading.
-    if (passes_ < 0)
-        return pcm_.size() - read % pcm_.size() + pcm_.size();
-    return std::max<qint64>(0, qint64{passes_} * pcm_.size() - read);
+    return pcm_.size() - bytesRead() % pcm_.size() + pcm_.size();
 }
 
 qint64 LoopingAudioDevice::bytesAvailable() const {

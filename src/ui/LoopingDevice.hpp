@@ -7,24 +7,22 @@
 
 namespace marquetry::ui {
 
-/// Hands out the same bytes pass after pass, wrapping in the middle of a read
-/// when it must, so the listener hears no seam. Opened read-only and
+/// Hands out the same bytes pass after pass, for ever, wrapping in the middle
+/// of a read when it must, so the listener hears no seam. Opened read-only and
 /// unbuffered, so every byte read is a byte handed to the sink.
 ///
 /// Lives on the audio thread: all but bytesRead() belong to it.
 class LoopingAudioDevice final : public QIODevice {
 public:
-    /// `passes` < 0 repeats until the reader stops reading.
-    LoopingAudioDevice(QByteArray pcm, int passes, QObject* parent = nullptr);
+    explicit LoopingAudioDevice(QByteArray pcm, QObject* parent = nullptr);
 
-    /// Starts again at the first byte, with `passes` passes to go.
-    void rewind(int passes);
+    /// Starts again at the first byte.
+    void rewind();
 
     /// Always true: the bytes are a stream without positions.
     bool isSequential() const override { return true; }
-    /// What is left of the passes; with endless passes, the rest of this
-    /// pass and one whole pass more, so readers that size their reads by it
-    /// keep reading. 0 when there is nothing to repeat.
+    /// The rest of this pass and one whole pass more, so readers that size
+    /// their reads by it keep reading. 0 when there is nothing to repeat.
     qint64 bytesAvailable() const override;
 
     /// Bytes handed out since the last rewind. Thread safe.
@@ -38,7 +36,6 @@ private:
     qint64 bytesLeft() const;
 
     QByteArray pcm_;
-    int passes_;
     std::atomic<qint64> bytesRead_{0};
 };
 

@@ -27,8 +27,7 @@ public:
         : outputDevice_(std::move(device)), audio_(std::move(audio)), heardBytes_(heardBytes) {}
 
     void create() {
-        passBytes_ = audio_.pcm.size();
-        source_ = std::make_unique<LoopingAudioDevice>(std::move(audio_.pcm), -1);
+        source_ = std::make_unique<LoopingAudioDevice>(std::move(audio_.pcm));
         // The default buffer size: smaller ones never start in Qt 6.4.
         sink_ = std::make_unique<QAudioSink>(outputDevice_, audio_.format);
         QObject::connect(sink_.get(), &QAudioSink::stateChanged, this, [this](QAudio::State state) {
@@ -41,12 +40,11 @@ public:
         QObject::connect(positionTimer_.get(), &QTimer::timeout, this, [this] { updatePosition(); });
     }
 
-    void start(int passes, float volume) {
+    void start(float volume) {
         if (!sink_)
             return;
         sink_->stop();
-        source_->rewind(passes);
-        passes_ = passes;
+        source_->rewind();
         heardBytes_.store(0, std::memory_order_release);
         sink_->setVolume(volume);
         sink_->start(source_.get());
@@ -90,15 +88,11 @@ private:
         const qint64 queued = std::max<qint64>(0, sink_->bufferSize() - sink_->bytesFree());
         const qint64 heard = std::max<qint64>(0, source_->bytesRead() - queued);
         heardBytes_.store(heard, std::memory_order_release);
-        if (passes_ >= 0 && heard >= qint64{passes_} * passBytes_)
-            stop();
     }
 
     QAudioDevice outputDevice_;
     PlayableAudio audio_;
     std::atomic<qint64>& heardBytes_;
-    int passes_ = -1;
-    qint64 passBytes_ = 0;
     // The sink reads from the source, so it goes first.
     std::unique_ptr<LoopingAudioDevice> source_;
     std::unique_ptr<QAudioSink> sink_;
@@ -134,8 +128,6 @@ public:
     QtAudioPlayer(const QtAudioPlayer&) = delete;
     QtAudioPlayer& operator=(const QtAudioPlayer&) = delete;
 
-    void setNumberOfLoops(int loops) override { passes_ = loops < 0 ? -1 : loops + 1; }
-
     void setVolume(float gain) override {
         // NaN and out-of-range gains reach the sink as silence or unity.
         volume_ = gain > 0.0f ? std::min(gain, 1.0f) : 0.0f;
@@ -146,7 +138,7 @@ public:
 
     void play() override {
         heardBytes_.store(0, std::memory_order_release);
-        post([passes = passes_, volume = volume_](SinkHost& host) { host.start(passes, volume); });
+        post([volume = volume_](SinkHost& host) { host.start(volume); });
     }
 
     void stop() override {
@@ -157,8 +149,6 @@ public:
         if (pcmBytes_ == 0 || bytesPerSecond_ == 0)
             return 0.0;
         const qint64 heard = heardBytes_.load(std::memory_order_acquire);
-        if (passes_ >= 0 && heard >= qint64{passes_} * pcmBytes_)
-            return 0.0;
         return static_cast<double>(heard % pcmBytes_) / static_cast<double>(bytesPerSecond_);
     }
 
@@ -175,7 +165,6 @@ private:
     const qint64 bytesPerSecond_;
     const qint64 frames_;
     const int sampleRate_;
-    int passes_ = 1;
     float volume_ = 1.0f;
     std::atomic<qint64> heardBytes_{0};
     QThread thread_;

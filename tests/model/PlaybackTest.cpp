@@ -42,7 +42,6 @@ TEST_F(AppModelPlayback, EachToggleLoopsItsOwnPcmUnderTheCurrentSourceHeaderAndS
     EXPECT_THAT(m.playbackProgress(), Optional(0.25)) << "drawn before the first tick";
     const auto& first = players.players.at(0);
     EXPECT_EQ(first.image, audio::buildWavFileData(source, source.pcmData));
-    EXPECT_EQ(first.loops, -1);
     EXPECT_THAT(first.volumes, ElementsAre(0.85f));
     EXPECT_THAT(first.calls, ElementsAre("prepare", "play"));
     EXPECT_EQ(timers.timers.at(0).interval, 0.03);

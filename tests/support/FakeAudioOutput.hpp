@@ -22,7 +22,6 @@ long countAlive(const Records& records) {
 
 struct PlayerRecord {
     audio::Bytes image;
-    int loops = 0;
     std::vector<float> volumes;
     std::vector<std::string> calls; ///< "prepare", "play", "stop", in order
     bool alive = true;
@@ -46,7 +45,6 @@ private:
     struct Player : AudioPlayer {
         Player(PlayerRecord& r, const FakeAudioPlayerFactory& f) : record(r), factory(f) {}
         ~Player() override { record.alive = false; }
-        void setNumberOfLoops(int loops) override { record.loops = loops; }
         void setVolume(float gain) override { record.volumes.push_back(gain); }
         void prepareToPlay() override { record.calls.push_back("prepare"); }
         void play() override { record.calls.push_back("play"); }

@@ -16,6 +16,8 @@
 #include <QSpinBox>
 #include <QtTest>
 
+#include <map>
+
 using namespace marquetry;
 using ui::GeneratedLoopRow;
 using ui::SourceFileRow;
@@ -47,47 +49,47 @@ private slots:
         QFETCH(int, requested);
         QFETCH(double, stored);
         QFETCH(QString, shown);
-        const model::AppModel& model = start({});
-        const std::map<QString, double (*)(const model::AppModel&)> read = {
-            {"slicesBox", [](const model::AppModel& m) { return static_cast<double>(m.slices()); }},
-            {"variationsBox", [](const model::AppModel& m) { return static_cast<double>(m.versions()); }},
-            {"glitchSlider", [](const model::AppModel& m) { return m.glitchAmount(); }},
-            {"masterSlider", [](const model::AppModel& m) { return m.masterVolume(); }}};
+        const model::AppModel& m = start({});
         QVERIFY(find(control)->setProperty("value", requested));
-        QCOMPARE(read.at(control)(model), stored);
+        const std::map<QString, double> read = {{"slicesBox", static_cast<double>(m.slices())},
+                                                {"variationsBox", static_cast<double>(m.versions())},
+                                                {"glitchSlider", m.glitchAmount()},
+                                                {"masterSlider", m.masterVolume()}};
+        QCOMPARE(read.at(control), stored);
         const auto* label = view_->findChild<QLabel*>(control + "Value");
         QCOMPARE(label != nullptr ? label->text() : find<QSpinBox>(control)->text(), shown);
     }
 
     void modelChangesAreShownWithoutEcho() {
-        model::AppModel& model = start({});
+        model::AppModel& m = start({});
         std::vector<Field> writes;
-        model.subscribe([&writes](Field field) { writes.push_back(field); });
-
-        model.setSlices(20);
-        model.setChopModel(chop::ChopModel::drift);
-        model.setSeedText("abc");
-        model.setMasterVolume(0.5);
+        m.subscribe([&writes](Field field) { writes.push_back(field); });
+        m.setSlices(20);
+        m.setChopModel(chop::ChopModel::drift);
+        m.setSeedText("abc");
+        m.setMasterVolume(0.5);
+        m.setExportManifest(true);
         QCOMPARE(find<QSpinBox>("slicesBox")->value(), 20);
         QCOMPARE(find<QComboBox>("chopModelBox")->currentText(), QStringLiteral("Drift"));
         QCOMPARE(find<QLineEdit>("seedField")->text(), QStringLiteral("abc"));
         QCOMPARE(find<QSlider>("masterSlider")->value(), 500);
-        QCOMPARE(writes, (std::vector{Field::slices, Field::chopModel, Field::seedText, Field::masterVolume}));
+        QVERIFY(find<QCheckBox>("manifestBox")->isChecked());
+        QCOMPARE(writes, (std::vector{Field::slices, Field::chopModel, Field::seedText, Field::masterVolume,
+                                      Field::exportManifest}));
 
         // Typing writes once per key, and the echo of each write is no write.
         writes.clear();
         QTest::keyClicks(find<QLineEdit>("seedField"), "de");
-        QCOMPARE(model.seedText(), "abcde");
+        QCOMPARE(m.seedText(), "abcde");
         QCOMPARE(writes, (std::vector{Field::seedText, Field::seedText}));
     }
 
     void glitchRowSitsBetweenGenerateAndMasterOnlyForGlitch() {
-        model::AppModel& model = start({});
+        model::AppModel& m = start({});
         auto* chopBox = find<QComboBox>("chopModelBox");
         QCOMPARE(layoutIndex("glitchRow"), -1);
-
         chopBox->setCurrentText(QStringLiteral("Glitch"));
-        QCOMPARE(model.chopModel(), chop::ChopModel::glitch);
+        QCOMPARE(m.chopModel(), chop::ChopModel::glitch);
         QCOMPARE(layoutIndex("glitchRow"), layoutIndex("generateRow") + 1);
         QCOMPARE(layoutIndex("masterRow"), layoutIndex("glitchRow") + 1);
         QVERIFY(find("glitchRow")->isVisible());
@@ -96,26 +98,25 @@ private slots:
         chopBox->setCurrentText(QStringLiteral("Pivot"));
         QCOMPARE(layoutIndex("glitchRow"), -1);
         QVERIFY(find("glitchRow")->isHidden());
-        QCOMPARE(model.glitchAmount(), 0.3);
+        QCOMPARE(m.glitchAmount(), 0.3);
     }
 
     void generateThenSelectionButtonsFollowTheTicks() {
-        start({});
-        QVERIFY(!find("generateButton")->isEnabled());
-        model::AppModel& model = start();
+        model::AppModel& m = start();
         auto* generate = find<QPushButton>("generateButton");
-        auto* selectAll = find("selectAllButton");
-        auto* selectNone = find("selectNoneButton");
-        auto* exportButton = find("exportButton");
         auto* emptyLabel = find<QLabel>("emptyLoopsLabel");
+        const auto enabled = [this] {
+            return std::tuple(find("selectAllButton")->isEnabled(), find("selectNoneButton")->isEnabled(),
+                              find("exportButton")->isEnabled());
+        };
         QCOMPARE(emptyLabel->text(), QStringLiteral("No generated loops yet. Click Generate."));
         QVERIFY(emptyLabel->isVisible());
-        QVERIFY(!selectAll->isEnabled() && !selectNone->isEnabled() && !exportButton->isEnabled());
+        QCOMPARE(enabled(), std::tuple(false, false, false));
 
         find<QSpinBox>("variationsBox")->setValue(4);
         click(generate);
         QCOMPARE(generate->text(), QStringLiteral("Generating..."));
-        QVERIFY(model.isGenerating() && !generate->isEnabled());
+        QVERIFY(m.isGenerating() && !generate->isEnabled());
         platform_->tasks.drain();
         QCOMPARE(generate->text(), QStringLiteral("Generate"));
         QVERIFY(generate->isEnabled());
@@ -126,24 +127,71 @@ private slots:
         };
         QCOMPARE(rows.size(), 4);
         QVERIFY(emptyLabel->isHidden());
-        QVERIFY(selectAll->isEnabled() && selectNone->isEnabled() && exportButton->isEnabled());
+        QCOMPARE(enabled(), std::tuple(true, true, true));
         std::vector<Field> writes;
-        model.subscribe([&writes](Field field) { writes.push_back(field); });
-        click(selectNone);
+        m.subscribe([&writes](Field field) { writes.push_back(field); });
+        click(find("selectNoneButton"));
         QCOMPARE(ticked(), 0);
         // Each tick is published as it changes, and nothing else is written.
         QCOMPARE(writes, std::vector<Field>(4, Field::generatedLoops));
-        QVERIFY(!exportButton->isEnabled() && selectAll->isEnabled());
+        QCOMPARE(enabled(), std::tuple(true, true, false));
         click(rows[2]->checkBox());
-        QVERIFY(model.generatedLoops()[2].isSelected && exportButton->isEnabled());
-        click(selectAll);
+        QVERIFY(m.generatedLoops()[2].isSelected && find("exportButton")->isEnabled());
+        click(find("selectAllButton"));
         QCOMPARE(ticked(), 4);
         QCOMPARE(loopRows(), rows); // ticks never rebuild the rows
 
-        // Loading another source clears the list.
         click(sourceRow("b.wav")->selectButton());
         QVERIFY(emptyLabel->isVisible());
-        QVERIFY(!selectAll->isEnabled() && !exportButton->isEnabled());
+        QCOMPARE(enabled(), std::tuple(false, false, false));
+    }
+
+    void seedOfTheRunCanBeReusedForTheSameBytes() {
+        model::AppModel& m = start();
+        auto* label = find<QLabel>("seedOfRunLabel");
+        const int narrowestFolderRow = find("sourceRow")->minimumSizeHint().width();
+        QCOMPARE(label->text(), QString());
+        QVERIFY(!find("useSeedButton")->isVisible());
+
+        // A blank seed: the clock decides, and the window tells which seed it was.
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        const std::uint64_t seed = m.lastRun()->seed;
+        QCOMPARE(label->text(), QStringLiteral("Seed of this run: %1").arg(seed));
+        QVERIFY(label->isVisible());
+        // The seed shown adds no width to the window: the folder rows set it.
+        QVERIFY(find("generateRow")->minimumSizeHint().width() <= narrowestFolderRow);
+
+        std::vector<audio::Bytes> first;
+        for (const model::GeneratedLoop& loop : m.generatedLoops())
+            first.push_back(loop.pcmData);
+        click(find("useSeedButton"));
+        QCOMPARE(find<QLineEdit>("seedField")->text(), QString::number(seed));
+        platform_->now += 3600;
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        QVERIFY(!m.lastRun()->seedFromClock());
+        QCOMPARE(m.generatedLoops().size(), first.size());
+        for (std::size_t i = 0; i < first.size(); ++i)
+            QVERIFY2(m.generatedLoops()[i].pcmData == first[i], qPrintable(QString("variation %1").arg(i + 1)));
+    }
+
+    void manifestOptionIsRememberedAndWrittenBesideTheExport() {
+        start({"a.wav"});
+        click(find("manifestBox"));
+        QVERIFY(view_->model().exportManifest());
+        // The next launch, over the same settings, starts with it ticked.
+        view_ = std::make_unique<ui::ContentView>(platform_->platform());
+        view_->show();
+        QVERIFY(find<QCheckBox>("manifestBox")->isChecked());
+
+        find<QSpinBox>("variationsBox")->setValue(2);
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        click(find("exportButton"));
+        const QDir output(QString::fromStdString(platform_->outputFolder()));
+        QCOMPARE(output.entryList(QDir::Files), (QStringList{"a_mqtry_grid01.wav", "a_mqtry_grid02.wav",
+                                                             "a_mqtry_grid_manifest.json"}));
     }
 
     void returnInOutputFieldExpandsTilde_data() {
@@ -159,70 +207,66 @@ private slots:
     void returnInOutputFieldExpandsTilde() {
         QFETCH(QString, typed);
         QFETCH(bool, expands);
-        model::AppModel& model = start({});
+        model::AppModel& m = start({});
         auto* field = find<QLineEdit>("outputField");
         field->clear();
         QTest::keyClicks(field, typed);
-        QCOMPARE(QString::fromStdString(model.outputDir()), typed);
+        QCOMPARE(QString::fromStdString(m.outputDir()), typed);
         QTest::keyClick(field, Qt::Key_Return);
-
         const QString expected = expands ? QString::fromStdString(platform_->home()) + typed.mid(1) : typed;
-        QCOMPARE(QString::fromStdString(model.outputDir()), expected);
+        QCOMPARE(QString::fromStdString(m.outputDir()), expected);
         QCOMPARE(field->text(), expected);
     }
 
     void poolCheckBoxOnlyInMashupModeAndDoesNotSelect() {
-        model::AppModel& model = start();
+        model::AppModel& m = start();
         SourceFileRow* a = sourceRow("a.wav");
         SourceFileRow* b = sourceRow("b.wav");
         QVERIFY(!b->poolCheckBox()->isVisible());
-
         click(find("mashupModeBox"));
         QVERIFY(b->poolCheckBox()->isVisible());
         click(b->poolCheckBox());
-        QCOMPARE(model.mashupSourcePaths(), std::set<std::string>{platform_->sourceFolder() + "/b.wav"});
+        QCOMPARE(m.mashupSourcePaths(), std::set<std::string>{platform_->sourceFolder() + "/b.wav"});
         QVERIFY(a->values().isSelected && !b->values().isSelected);
 
         // Checked pool files are no selection to generate from.
-        click(a->poolCheckBox());
-        model.selectFile(std::string("not listed.wav"));
-        QCOMPARE(model.mashupSourcePaths().size(), 2u);
+        m.selectFile(std::string("not listed.wav"));
         QVERIFY(!find("generateButton")->isEnabled());
 
         click(find("mashupModeBox"));
         QVERIFY(!b->poolCheckBox()->isVisible());
         click(b->selectButton());
-        QCOMPARE(*model.selectedFile(), platform_->sourceFolder() + "/b.wav");
-        QVERIFY(b->values().isSelected);
+        QVERIFY(b->values().isSelected && find("generateButton")->isEnabled());
     }
 
     void progressTicksMoveOnlyThePlayingPlayhead() {
-        model::AppModel& model = start();
+        model::AppModel& m = start();
         click(find("generateButton"));
         platform_->tasks.drain();
         const QList<GeneratedLoopRow*> rows = loopRows();
         auto* source = find<ui::WaveformView>("sourceWaveform");
-        platform_->players.currentTime = 0.5;
+        const auto tick = [this](double seconds) {
+            platform_->players.currentTime = seconds;
+            platform_->timers.fire();
+        };
 
         QTest::mouseClick(source, Qt::LeftButton, {}, QPoint(3, 3));
         QCOMPARE(source->playheadProgress(), std::optional(0.25));
-        platform_->players.currentTime = 1.0;
-        platform_->timers.fire();
+        tick(1.0);
         QCOMPARE(source->playheadProgress(), std::optional(0.5));
 
         click(rows[1]->waveformView());
         QVERIFY(!source->playheadProgress());
         QCOMPARE(rows[1]->stateLabel()->text(), QStringLiteral("Looping"));
         QCOMPARE(rows[0]->stateLabel()->text(), QStringLiteral("Stopped"));
-        platform_->players.currentTime = 1.5;
-        platform_->timers.fire();
+        tick(1.5);
         QCOMPARE(rows[1]->waveformView()->playheadProgress(), std::optional(0.75));
         QVERIFY(!rows[0]->waveformView()->playheadProgress() && !rows[2]->waveformView()->playheadProgress());
         QCOMPARE(loopRows(), rows);
 
         click(rows[1]->waveformView());
         QVERIFY(!rows[1]->waveformView()->playheadProgress());
-        QCOMPARE(model.status(), "Stopped preview.");
+        QCOMPARE(m.status(), "Stopped preview.");
     }
 
 private:

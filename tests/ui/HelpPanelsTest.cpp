@@ -110,23 +110,15 @@ private slots:
 
         view.setSelected(HelpTopic::troubleshooting);
         QCOMPARE(sidebar->currentRow(), 8);
-#ifdef Q_OS_MACOS
-        QVERIFY(showsText(view, "No audio: verify macOS output and raise Master Fader."));
-#else
-        QVERIFY(showsText(view, "No audio: verify your system's audio output and raise Master Fader."));
-#endif
         QVERIFY(!showsText(view, "Interlock"));
     }
 
-    void welcomeHeaderShowsTheLogoOrTheProductName() {
-        std::unique_ptr<QWidget> withLogo(ui::makeWelcomeHeader(solidImage(600, 240)));
+    void logoIsLookedForInItsThreePlacesInOrderAndTheNameStandsIn() {
+        const std::unique_ptr<QWidget> withLogo(ui::makeWelcomeHeader(solidImage(600, 240)));
         QVERIFY(!withLogo->findChild<QLabel*>()->pixmap().isNull());
-        std::unique_ptr<QWidget> withoutLogo(ui::makeWelcomeHeader(std::nullopt));
+        const std::unique_ptr<QWidget> withoutLogo(ui::makeWelcomeHeader(std::nullopt));
         QCOMPARE(withoutLogo->findChild<QLabel*>()->text(), QStringLiteral("Marquetry"));
-        QVERIFY(withoutLogo->findChild<QLabel*>()->pixmap().isNull());
-    }
 
-    void logoIsLookedForInItsThreePlacesInOrder() {
         QVERIFY(ui::appLogoImage().has_value());
 
         QTemporaryDir root;

@@ -1,11 +1,10 @@
 // The Qt platform pieces that work without a display or an audio server:
 // settings on disk, the folder dialog, the way back to the main thread,
-// timers, and everything the player decides before it opens a sink.
+// timers, and what the player does to samples before it opens a sink.
 
-#include "audio/WavWriter.hpp"
+#include "support/WavImageBuilder.hpp"
 #include "model/AppModel.hpp"
 #include "ui/LoopingDevice.hpp"
-#include "ui/QtAudioPlayer.hpp"
 #include "ui/QtPlatform.hpp"
 #include "ui/SampleConversion.hpp"
 
@@ -23,6 +22,7 @@
 #include <thread>
 
 using namespace marquetry;
+using audio::test::record;
 
 namespace {
 
@@ -38,21 +38,8 @@ QByteArray nativeBytes(std::initializer_list<T> values) {
 audio::Bytes littleEndian(std::initializer_list<std::uint64_t> values, int bytesEach) {
     audio::Bytes bytes;
     for (const std::uint64_t value : values)
-        for (int i = 0; i < bytesEach; ++i)
-            bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+        audio::test::putLE(bytes, value, bytesEach);
     return bytes;
-}
-
-audio::WavData record(std::uint16_t format, std::uint16_t channels, std::uint16_t bits, std::uint16_t blockAlign,
-                      audio::Bytes pcm, std::uint32_t rate = 44100) {
-    return {format, channels, rate, rate * blockAlign, blockAlign, bits, std::move(pcm)};
-}
-
-QByteArray readAll(ui::LoopingAudioDevice& device, std::initializer_list<qint64> chunkSizes) {
-    QByteArray out;
-    for (const qint64 size : chunkSizes)
-        out += device.read(size);
-    return out;
 }
 
 } // namespace
@@ -163,82 +150,67 @@ private slots:
         QCOMPARE(ticks, ticksAtStop);
     }
 
-    void playerFactoryRefusesWhatCannotPlay_data() {
-        QTest::addColumn<QByteArray>("image");
-        QTest::addColumn<QString>("message");
-        const auto image = [](const audio::WavData& wav) {
-            const audio::Bytes bytes = audio::buildWavFileData(wav, wav.pcmData);
-            return QByteArray(reinterpret_cast<const char*>(bytes.data()), static_cast<qsizetype>(bytes.size()));
-        };
-        const audio::Bytes fourBytes(4, 0);
-        QTest::newRow("not a WAV image") << QByteArray("RIFF but nothing more") << "WAV file is too small.";
-        QTest::newRow("no channels") << image(record(1, 0, 16, 2, fourBytes)) << "The audio has no channels.";
-        QTest::newRow("rate 0") << image(record(1, 2, 16, 4, fourBytes, 0)) << "The audio has a sample rate of 0 Hz.";
-        QTest::newRow("frames too small") << image(record(1, 2, 16, 2, fourBytes))
-                                          << "Frames of 2 bytes cannot hold 2 channels of 16-bit samples.";
-    }
-
-    void playerFactoryRefusesWhatCannotPlay() {
-        QFETCH(QByteArray, image);
-        QFETCH(QString, message);
-        try {
-            ui::QtAudioPlayerFactory().createPlayer(audio::Bytes(image.begin(), image.end()));
-            QFAIL("a player was created");
-        } catch (const std::exception& error) {
-            QCOMPARE(QString::fromUtf8(error.what()), message);
-        }
-    }
-
-    void samplesKeepTheirValues_data() {
+    void samplesKeepTheirValuesOrAreRefused_data() {
         QTest::addColumn<audio::WavData>("wav");
         QTest::addColumn<QAudioFormat::SampleFormat>("format");
         QTest::addColumn<QByteArray>("expected");
-
-        QTest::newRow("8-bit unsigned, stereo") << record(1, 2, 8, 2, {0x00, 0xFF, 0x80, 0x7F}) << QAudioFormat::UInt8
-                                               << nativeBytes<quint8>({0x00, 0xFF, 0x80, 0x7F});
+        QTest::addColumn<QString>("refusal");
+        using F = QAudioFormat;
+        QTest::newRow("8-bit unsigned, stereo") << record(1, 2, 2, 8, {0x00, 0xFF, 0x80, 0x7F}) << F::UInt8
+                                               << nativeBytes<quint8>({0x00, 0xFF, 0x80, 0x7F}) << "";
         QTest::newRow("24-bit widens to the top of 32")
-            << record(1, 1, 24, 3, littleEndian({0x7FFFFF, 0x800000, 0x000001, 0xFFFFFF}, 3)) << QAudioFormat::Int32
-            << nativeBytes<qint32>({0x7FFFFF00, INT32_MIN, 0x100, -0x100});
-        QTest::newRow("32-bit float") << record(3, 1, 32, 4, littleEndian({0x3F000000, 0xBF800000}, 4))
-                                      << QAudioFormat::Float << nativeBytes<float>({0.5f, -1.0f});
+            << record(1, 1, 3, 24, littleEndian({0x7FFFFF, 0x800000, 0x000001, 0xFFFFFF}, 3)) << F::Int32
+            << nativeBytes<qint32>({0x7FFFFF00, INT32_MIN, 0x100, -0x100}) << "";
+        QTest::newRow("32-bit float") << record(3, 1, 4, 32, littleEndian({0x3F000000, 0xBF800000}, 4)) << F::Float
+                                      << nativeBytes<float>({0.5f, -1.0f}) << "";
         QTest::newRow("64-bit float narrows, clipping the unrepresentable")
-            << record(3, 2, 64, 16, littleEndian({0x3FE0000000000000, 0xBFF0000000000000, 0x7E37E43C8800759C,
+            << record(3, 2, 16, 64, littleEndian({0x3FE0000000000000, 0xBFF0000000000000, 0x7E37E43C8800759C,
                                                   0xFE37E43C8800759C}, 8))
-            << QAudioFormat::Float << nativeBytes<float>({0.5f, -1.0f, FLT_MAX, -FLT_MAX});
+            << F::Float << nativeBytes<float>({0.5f, -1.0f, FLT_MAX, -FLT_MAX}) << "";
         QTest::newRow("16-bit, padding between frames dropped")
-            << record(1, 2, 16, 6, littleEndian({0x0001, 0x8002, 0xEEEE, 0x7FFF, 0xFFFF, 0xEEEE}, 2))
-            << QAudioFormat::Int16 << nativeBytes<qint16>({1, -32766, 32767, -1});
+            << record(1, 2, 6, 16, littleEndian({0x0001, 0x8002, 0xEEEE, 0x7FFF, 0xFFFF, 0xEEEE}, 2)) << F::Int16
+            << nativeBytes<qint16>({1, -32766, 32767, -1}) << "";
+        const audio::Bytes four(4, 0);
+        QTest::newRow("no channels") << record(1, 0, 2, 16, four) << F::Unknown << QByteArray()
+                                     << "The audio has no channels.";
+        QTest::newRow("rate 0") << record(1, 2, 4, 16, four, 0) << F::Unknown << QByteArray()
+                                << "The audio has a sample rate of 0 Hz.";
+        QTest::newRow("frames too small") << record(1, 2, 2, 16, four) << F::Unknown << QByteArray()
+                                          << "Frames of 2 bytes cannot hold 2 channels of 16-bit samples.";
     }
 
-    void samplesKeepTheirValues() {
+    void samplesKeepTheirValuesOrAreRefused() {
         QFETCH(audio::WavData, wav);
         QFETCH(QAudioFormat::SampleFormat, format);
         QFETCH(QByteArray, expected);
-        const ui::PlayableAudio playable = ui::makePlayableAudio(wav);
-        QCOMPARE(playable.format.sampleFormat(), format);
-        QCOMPARE(playable.format.channelCount(), int{wav.channels});
-        QCOMPARE(playable.format.sampleRate(), int(wav.sampleRate));
-        QCOMPARE(playable.pcm.toHex(' '), expected.toHex(' '));
+        QFETCH(QString, refusal);
+        try {
+            const ui::PlayableAudio playable = ui::makePlayableAudio(wav);
+            QVERIFY2(refusal.isEmpty(), "no refusal");
+            QCOMPARE(playable.format.sampleFormat(), format);
+            QCOMPARE(playable.format.channelCount(), int{wav.channels});
+            QCOMPARE(playable.format.sampleRate(), int(wav.sampleRate));
+            QCOMPARE(playable.pcm.toHex(' '), expected.toHex(' '));
+        } catch (const std::runtime_error& error) {
+            QCOMPARE(QString::fromUtf8(error.what()), refusal);
+        }
     }
 
-    void loopingDeviceRepeatsWithoutSeamForItsPasses() {
+    void loopingDeviceRepeatsWithoutSeam() {
         const QByteArray pass("0123456789");
-        ui::LoopingAudioDevice endless(pass, -1);
+        ui::LoopingAudioDevice endless(pass);
         // Reads of every size, several ending or starting on the seam, and one
         // longer than a whole pass.
-        QCOMPARE(readAll(endless, {3, 7, 4, 13, 1, 2, 5}), pass.repeated(4).left(35));
+        QByteArray read;
+        for (const qint64 size : {3, 7, 4, 13, 1, 2, 5})
+            read += endless.read(size);
+        QCOMPARE(read, pass.repeated(4).left(35));
         QVERIFY(endless.bytesAvailable() >= pass.size());
-        endless.rewind(-1);
+        endless.rewind();
         QCOMPARE(endless.read(4), QByteArray("0123"));
 
-        ui::LoopingAudioDevice twice("abcd", 2);
-        QCOMPARE(readAll(twice, {3, 3, 3, 3}), QByteArray("abcdabcd"));
-        QVERIFY(twice.atEnd());
-        twice.rewind(1);
-        QCOMPARE(readAll(twice, {10}), QByteArray("abcd"));
-
         // Nothing to repeat must not mean reading for ever.
-        ui::LoopingAudioDevice empty(QByteArray(), -1);
+        ui::LoopingAudioDevice empty{QByteArray()};
         QCOMPARE(empty.read(16), QByteArray());
         QCOMPARE(empty.bytesAvailable(), 0);
     }

@@ -3,20 +3,17 @@
 // records the sink's monitor and compares what arrived with the loop.
 // Run through scripts/with-null-sink, which provides the private server.
 
-#include "support/PlatformFakes.hpp"
+#include "UiFakes.hpp"
+
 #include "audio/WavReader.hpp"
-#include "model/AppModel.hpp"
 #include "model/SystemServices.hpp"
 #include "ui/QtAudioPlayer.hpp"
 #include "ui/QtPlatform.hpp"
 
 #include <QAudioDevice>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QMediaDevices>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QThread>
 #include <QtTest>
 
@@ -92,10 +89,7 @@ private slots:
     }
 
     void previewLoopsFollowsTheVolumeAndStops() {
-        QTemporaryDir home;
-        const QString source = home.filePath("source");
-        QVERIFY(QDir().mkpath(source) && QFile::copy(MARQUETRY_TEST_LOOPS_DIR "/amen_s16.wav", source + "/loop.wav"));
-        const audio::WavData wav = audio::loadWav((source + "/loop.wav").toStdString());
+        const audio::WavData wav = audio::loadWav(MARQUETRY_TEST_LOOPS_DIR "/amen_s16.wav");
         // Compared frame for frame with the recording, so at its rate and layout.
         QVERIFY(wav.sampleRate == captureRate && wav.channels == 2 && wav.bitsPerSample == 16);
         Stereo loop;
@@ -103,14 +97,13 @@ private slots:
             loop.push_back(static_cast<std::int16_t>(wav.pcmData[i] | (wav.pcmData[i + 1] << 8)) / 32768.0f);
         const double loopSeconds = static_cast<double>(loop.size() / 2) / captureRate;
 
-        model::test::FakeSettings settings;
-        settings.values[model::AppModel::sourceDirKey] = source.toStdString();
-        model::test::FakeFolderChooser folders;
-        ui::QtFileBrowser browser;
+        // The real player, timer and task runner; only the files are the fakes'.
+        ui::test::FakePlatform fakes;
+        fakes.addLoop("loop.wav");
         ui::QtTaskRunner tasks;
         ui::QtAudioPlayerFactory players;
         ui::QtTimerFactory timers;
-        model::AppModel model({settings, folders, browser, tasks, players, timers, home.path().toStdString(),
+        model::AppModel model({fakes.settings, fakes.chooser, fakes.browser, tasks, players, timers, fakes.home(),
                                model::systemUnixSeconds, model::osRandomUuid});
         QVERIFY2(model.sourceWavData().has_value(), model.status().c_str());
 

@@ -88,6 +88,13 @@ int main(int argc, char** argv) {
         {"2-loaded.png", roomy, loops, nullptr},
         {"3-generated.png", roomy, loops, generate},
         {"3-generated-smallest.png", {}, loops, generate},
+        // The seed of the run copied back into the Seed field, ready to export with a manifest.
+        {"3-seed-reused.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             generate(view, platform);
+             view.model().setSeedText(std::to_string(view.model().lastRun()->seed));
+             view.model().setExportManifest(true);
+         }},
         {"4-playing.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
              generate(view, platform);
