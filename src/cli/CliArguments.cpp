@@ -136,6 +136,17 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
     return std::nullopt;
 }
 
+// CLI11's texts for the two mistakes it reports by option name, said the
+// way the rest of the command line says things.
+std::string describeParseError(const CLI::ParseError& error) {
+    const std::string text = error.what();
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        const std::string name = text.substr(0, text.find(':'));
+        return name + (text.find("missing") != std::string::npos ? " needs a value" : " is given twice");
+    }
+    return text.empty() ? std::string("the arguments cannot be read") : text;
+}
+
 } // namespace
 
 std::optional<std::string> normalFilePath(const std::string& text) {
@@ -183,15 +194,20 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     CLI::App* replayCommand = app.add_subcommand("replay");
     replayCommand->set_help_flag();
     replayCommand->add_flag("-h,--help", help);
-    replayCommand->add_option("manifest", replay.manifestPath)->required();
+    replayCommand->add_option("MANIFEST", replay.manifestPath)->required();
     replayCommand->add_option("--output", replay.outputDir)->required();
 
     ImportOptions import;
     CLI::App* importCommand = app.add_subcommand("import");
     importCommand->set_help_flag();
     importCommand->add_flag("-h,--help", help);
-    importCommand->add_option("files", import.files)->required();
+    importCommand->add_option("FILE", import.files)->required();
     importCommand->add_option("--to", import.folder)->required();
+
+    // Left-over words are reported in the program's own terms, below.
+    for (CLI::App* command : {&app, generate, replayCommand, importCommand})
+        command->allow_extras();
+
 
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -202,11 +218,17 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         // A request for help wins over whatever else is wrong with the line.
         if (help)
             return result;
-        std::string message = error.what();
-        return message.empty() ? std::string("the arguments cannot be read") : message;
+        return describeParseError(error);
     }
     if (help)
         return result;
+    for (const CLI::App* command : {&app, generate, replayCommand, importCommand}) {
+        for (const std::string& extra : command->remaining()) {
+            if (extra.starts_with("-"))
+                return "unknown option " + inQuotes(extra.substr(0, extra.find('=')));
+            return "unexpected argument " + inQuotes(extra);
+        }
+    }
     if (version) {
         result.command = CliArguments::Command::version;
         return result;
