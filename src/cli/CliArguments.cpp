@@ -166,48 +166,41 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     if (arguments.empty())
         return std::string("no command given");
 
-    // Help is ours, not CLI11's: one usage text for every command.
-    CLI::App app("marquetry-cli", "marquetry-cli");
-    app.set_help_flag();
-    app.require_subcommand(0, 1);
+    // Help is ours, not CLI11's: one usage text for every command. Left-over
+    // words are reported in the program's own terms, below.
     bool help = false;
     bool version = false;
-    app.add_flag("-h,--help", help);
+    CLI::App app("marquetry-cli", "marquetry-cli");
+    std::vector<CLI::App*> commands{&app};
+    const auto command = [&](CLI::App& parent) {
+        parent.set_help_flag();
+        parent.add_flag("-h,--help", help);
+        parent.allow_extras();
+        return &parent;
+    };
+    command(app);
+    app.require_subcommand(0, 1);
     app.add_flag("--version", version);
 
     TypedGenerate typed;
-    CLI::App* generate = app.add_subcommand("generate");
-    generate->set_help_flag();
-    generate->add_flag("-h,--help", help);
+    CLI::App* generate = commands.emplace_back(command(*app.add_subcommand("generate")));
     generate->add_option("--source", typed.source)->required();
     generate->add_option("--mashup", typed.mashup)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    valueOption(*generate, "--slices", typed.slices);
-    valueOption(*generate, "--variations", typed.variations);
-    valueOption(*generate, "--model", typed.model);
-    valueOption(*generate, "--seed", typed.seed);
-    valueOption(*generate, "--glitch", typed.glitch);
-    valueOption(*generate, "--pick", typed.pick);
-    valueOption(*generate, "--manifest", typed.manifest);
+    for (const auto& [name, value] : {std::pair("--slices", &typed.slices), {"--variations", &typed.variations},
+                                      {"--model", &typed.model}, {"--seed", &typed.seed}, {"--glitch", &typed.glitch},
+                                      {"--pick", &typed.pick}, {"--manifest", &typed.manifest}})
+        valueOption(*generate, name, *value);
     generate->add_option("--output", typed.output)->required();
 
     ReplayOptions replay;
-    CLI::App* replayCommand = app.add_subcommand("replay");
-    replayCommand->set_help_flag();
-    replayCommand->add_flag("-h,--help", help);
+    CLI::App* replayCommand = commands.emplace_back(command(*app.add_subcommand("replay")));
     replayCommand->add_option("MANIFEST", replay.manifestPath)->required();
     replayCommand->add_option("--output", replay.outputDir)->required();
 
     ImportOptions import;
-    CLI::App* importCommand = app.add_subcommand("import");
-    importCommand->set_help_flag();
-    importCommand->add_flag("-h,--help", help);
+    CLI::App* importCommand = commands.emplace_back(command(*app.add_subcommand("import")));
     importCommand->add_option("FILE", import.files)->required();
     importCommand->add_option("--to", import.folder)->required();
-
-    // Left-over words are reported in the program's own terms, below.
-    for (CLI::App* command : {&app, generate, replayCommand, importCommand})
-        command->allow_extras();
-
 
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -222,8 +215,8 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     }
     if (help)
         return result;
-    for (const CLI::App* command : {&app, generate, replayCommand, importCommand}) {
-        for (const std::string& extra : command->remaining()) {
+    for (const CLI::App* parsed : commands) {
+        for (const std::string& extra : parsed->remaining()) {
             if (extra.starts_with("-"))
                 return "unknown option " + inQuotes(extra.substr(0, extra.find('=')));
             return "unexpected argument " + inQuotes(extra);
