@@ -239,9 +239,11 @@ QWidget* ContentView::buildPanels() {
     auto* row = rowLayout(panels, 12);
     row->setAlignment(Qt::AlignTop);
 
-    // Import... sits under the list it fills rather than in the source row,
+    // Import... heads the list it fills rather than joining the source row,
     // which already sets the window's minimum width; the column keeps the
-    // list's size. Files dropped anywhere on the column are imported too.
+    // list's size. On top, since a window at its minimum size cuts off the
+    // bottom of the panels. Files dropped anywhere on the column are
+    // imported too.
     auto* sourcePanel = new QWidget(panels);
     sourcePanel->setObjectName(QStringLiteral("sourcePanel"));
     sourcePanel->setFixedWidth(280);
@@ -249,6 +251,10 @@ QWidget* ContentView::buildPanels() {
     auto* sourceColumn = new QVBoxLayout(sourcePanel);
     sourceColumn->setContentsMargins(0, 0, 0, 0);
     sourceColumn->setSpacing(6);
+    auto* import = button(QStringLiteral("Import..."), "importButton", sourcePanel);
+    import->setToolTip(QStringLiteral("Convert audio files of any common format into the source folder as WAV. "
+                                      "Files dropped on the list are imported the same way."));
+    sourceColumn->addWidget(import, 0, Qt::AlignLeft);
     auto* sourceList = new QScrollArea(sourcePanel);
     sourceList->setObjectName(QStringLiteral("sourceList"));
     sourceList->setWidgetResizable(true);
@@ -260,10 +266,6 @@ QWidget* ContentView::buildPanels() {
     sourceListLayout_->addStretch(1);
     sourceList->setWidget(sourceListContent);
     sourceColumn->addWidget(sourceList, 1);
-    auto* import = button(QStringLiteral("Import..."), "importButton", sourcePanel);
-    import->setToolTip(QStringLiteral("Convert audio files of any common format into the source folder as WAV. "
-                                      "Files dropped on the list are imported the same way."));
-    sourceColumn->addWidget(import, 0, Qt::AlignLeft);
     row->addWidget(sourcePanel);
 
     auto* right = new QWidget(panels);
