@@ -1,5 +1,6 @@
 #include "ui/ContentView.hpp"
 
+#include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/Controls.hpp"
 #include "ui/SourceFileRow.hpp"
@@ -33,8 +34,9 @@ constexpr int pathFieldWidth = 620;
 
 } // namespace
 
-ContentView::ContentView(model::Platform platform, QWidget* parent)
-    : QWidget(parent), model_(std::make_unique<model::AppModel>(std::move(platform))) {
+ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles, QWidget* parent)
+    : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
+      model_(std::make_unique<model::AppModel>(std::move(platform))) {
     setMinimumSize(1040, 700);
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);
@@ -237,10 +239,24 @@ QWidget* ContentView::buildPanels() {
     auto* row = rowLayout(panels, 12);
     row->setAlignment(Qt::AlignTop);
 
-    auto* sourceList = new QScrollArea(panels);
+    // Import... heads the list it fills rather than joining the source row,
+    // which already sets the window's minimum width; the column keeps the
+    // list's size. On top, since a window at its minimum size cuts off the
+    // bottom of the panels. Files dropped anywhere on the column are
+    // imported too.
+    auto* sourcePanel = new QWidget(panels);
+    sourcePanel->setObjectName(QStringLiteral("sourcePanel"));
+    sourcePanel->setFixedWidth(280);
+    sourcePanel->setMinimumHeight(420);
+    auto* sourceColumn = new QVBoxLayout(sourcePanel);
+    sourceColumn->setContentsMargins(0, 0, 0, 0);
+    sourceColumn->setSpacing(6);
+    auto* import = button(QStringLiteral("Import..."), "importButton", sourcePanel);
+    import->setToolTip(QStringLiteral("Convert audio files of any common format into the source folder as WAV. "
+                                      "Files dropped on the list are imported the same way."));
+    sourceColumn->addWidget(import, 0, Qt::AlignLeft);
+    auto* sourceList = new QScrollArea(sourcePanel);
     sourceList->setObjectName(QStringLiteral("sourceList"));
-    sourceList->setFixedWidth(280);
-    sourceList->setMinimumHeight(420);
     sourceList->setWidgetResizable(true);
     sourceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     auto* sourceListContent = new QWidget(sourceList);
@@ -249,7 +265,8 @@ QWidget* ContentView::buildPanels() {
     sourceListLayout_->setSpacing(0);
     sourceListLayout_->addStretch(1);
     sourceList->setWidget(sourceListContent);
-    row->addWidget(sourceList);
+    sourceColumn->addWidget(sourceList, 1);
+    row->addWidget(sourcePanel);
 
     auto* right = new QWidget(panels);
     right->setObjectName(QStringLiteral("rightPanel"));
@@ -290,6 +307,8 @@ QWidget* ContentView::buildPanels() {
 
     row->addWidget(right, 1);
 
+    connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
+    acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });
     connect(sourceWaveform_, &WaveformView::clicked, this, [this] { model_->toggleSourcePlayback(); });
     return panels;
 }
@@ -348,6 +367,14 @@ QWidget* ContentView::buildOutputRow() {
     connect(show, &QPushButton::clicked, this, [this] { model_->showOutputInFinder(); });
     connect(save, &QPushButton::clicked, this, [this] { model_->saveOutputAsDefault(); });
     return rowWidget;
+}
+
+void ContentView::importChosenFiles() {
+    const std::vector<std::string> files = chooseAudioFiles_(importFolder_);
+    if (files.empty())
+        return;
+    importFolder_ = model::pathText(model::pathFromText(files.front()).parent_path());
+    model_->importFiles(files);
 }
 
 // Redraws ---------------------------------------------------------------------

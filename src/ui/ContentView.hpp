@@ -4,7 +4,9 @@
 
 #include <QWidget>
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 class QCheckBox;
@@ -29,9 +31,13 @@ class WaveformView;
 class ContentView final : public QWidget {
     Q_OBJECT
 public:
+    /// Asks the user for audio files to import, in a dialog that starts in
+    /// `folder`; returns their paths, none when the user cancels.
+    using AudioFileChooser = std::function<std::vector<std::string>(const std::string& folder)>;
+
     /// Creates the one AppModel of this window over `platform`, whose
-    /// services must outlive the view.
-    explicit ContentView(model::Platform platform, QWidget* parent = nullptr);
+    /// services must outlive the view; Import... asks `chooseAudioFiles`.
+    ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles, QWidget* parent = nullptr);
     ~ContentView() override;
 
     /// The window's model, alive as long as the view; for tests and
@@ -60,6 +66,12 @@ private:
     void redrawSelectionButtons();
     void redrawLastRun();
 
+    void importChosenFiles();
+
+    AudioFileChooser chooseAudioFiles_;
+    // Where the import dialog opens: the home folder, then the folder of
+    // the last files imported in this session.
+    std::string importFolder_;
     std::unique_ptr<model::AppModel> model_;
 
     QVBoxLayout* layout_ = nullptr;

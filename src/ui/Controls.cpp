@@ -2,9 +2,11 @@
 
 #include "ui/WaveformView.hpp"
 
+#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPainter>
 #include <QPushButton>
 #include <QSlider>
@@ -29,6 +31,51 @@ protected:
         painter.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
                          fontMetrics().elidedText(text(), Qt::ElideRight, width()));
     }
+};
+
+/// The paths of the files `data` carries, or none unless it carries only
+/// local files.
+std::vector<std::string> localFiles(const QMimeData* data) {
+    std::vector<std::string> files;
+    if (data == nullptr || !data->hasUrls())
+        return files;
+    for (const QUrl& url : data->urls()) {
+        if (!url.isLocalFile())
+            return {};
+        files.push_back(url.toLocalFile().toStdString());
+    }
+    return files;
+}
+
+class FileDropFilter final : public QObject {
+public:
+    FileDropFilter(QWidget* target, std::function<void(const std::vector<std::string>&)> onDrop)
+        : QObject(target), onDrop_(std::move(onDrop)) {
+        target->setAcceptDrops(true);
+        target->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        const QEvent::Type type = event->type();
+        if (type != QEvent::DragEnter && type != QEvent::DragMove && type != QEvent::Drop)
+            return QObject::eventFilter(watched, event);
+        auto* drop = static_cast<QDropEvent*>(event);
+        const std::vector<std::string> files = localFiles(drop->mimeData());
+        // Always a copy: a file manager deletes what it sees moved.
+        if (files.empty() || !drop->possibleActions().testFlag(Qt::CopyAction)) {
+            drop->ignore();
+            return true;
+        }
+        drop->setDropAction(Qt::CopyAction);
+        drop->accept();
+        if (type == QEvent::Drop)
+            onDrop_(files);
+        return true;
+    }
+
+private:
+    std::function<void(const std::vector<std::string>&)> onDrop_;
 };
 
 QString percentText(double value) {
@@ -75,6 +122,10 @@ QLabel* statusLine(QWidget* parent) {
     auto* line = new StatusLine(parent);
     setTextColor(line, look::secondary(line->palette()));
     return line;
+}
+
+void acceptFileDrops(QWidget* target, std::function<void(const std::vector<std::string>& files)> onDrop) {
+    new FileDropFilter(target, std::move(onDrop));
 }
 
 QSlider* addFader(QHBoxLayout* row, QLabel*& valueLabel, const char* name, QWidget* parent) {

@@ -7,7 +7,9 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 class QColor;
 class QHBoxLayout;
@@ -42,6 +44,12 @@ QLabel* secondaryCaption(const QString& text, const char* name, QWidget* parent)
 /// The status line: one line of text in the secondary colour that elides
 /// rather than widening the window when a long message arrives.
 QLabel* statusLine(QWidget* parent);
+
+/// Makes `target` (and whatever lies on it) take files dropped from a file
+/// manager: a drag is accepted, as a copy, only when everything it carries
+/// is a local file, and the drop hands their paths to `onDrop`. Any other
+/// drag is refused and its drop ignored.
+void acceptFileDrops(QWidget* target, std::function<void(const std::vector<std::string>& files)> onDrop);
 
 /// Adds to `row` a 0-to-1 slider named `name` and, after it, its value
 /// label named `name` + "Value", returned through `valueLabel`.

@@ -56,6 +56,22 @@ std::optional<std::string> QtFolderChooser::chooseFolder(const Options& options)
     return folder.toStdString();
 }
 
+std::vector<std::string> chooseAudioFiles(const std::string& folder) {
+    // Both spellings, since the desktop's own dialogs match case exactly
+    // and sample packs are full of "KICK.WAV".
+    QStringList patterns;
+    for (const char* extension : {"wav", "aif", "aiff", "aifc", "flac", "ogg", "opus", "mp3", "rf64", "w64", "caf"})
+        patterns << QStringLiteral("*.") + QLatin1String(extension)
+                 << QStringLiteral("*.") + QString::fromLatin1(extension).toUpper();
+    const QString filter = QObject::tr("Audio files (%1);;All files (*)").arg(patterns.join(QLatin1Char(' ')));
+    const QStringList chosen = QFileDialog::getOpenFileNames(
+        QApplication::activeWindow(), QObject::tr("Import Audio Files"), toQString(folder), filter);
+    std::vector<std::string> files;
+    for (const QString& file : chosen)
+        files.push_back(file.toStdString());
+    return files;
+}
+
 bool QtFileBrowser::openFolder(const std::string& path) {
     return QDesktopServices::openUrl(QUrl::fromLocalFile(toQString(path)));
 }

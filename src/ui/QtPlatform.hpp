@@ -30,6 +30,11 @@ public:
     std::optional<std::string> chooseFolder(const Options& options) override;
 };
 
+/// QFileDialog for audio files to import, several at once, starting in
+/// `folder`, modal over the active window. The chosen files' paths, or none
+/// when the user cancels. Main thread only.
+std::vector<std::string> chooseAudioFiles(const std::string& folder);
+
 /// QDesktopServices. Main thread only.
 class QtFileBrowser final : public model::FileBrowser {
 public:

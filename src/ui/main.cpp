@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
         // An untitled window shows the application's name on macOS but
         // nothing elsewhere.
         window.setWindowTitle(QApplication::applicationName());
-        window.setCentralWidget(new ui::ContentView(services.platform()));
+        window.setCentralWidget(new ui::ContentView(services.platform(), &ui::chooseAudioFiles));
         ui::addHelpMenu(*window.menuBar());
         window.show();
         window.raise();

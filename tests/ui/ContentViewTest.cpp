@@ -6,22 +6,31 @@
 #include "ui/SourceFileRow.hpp"
 #include "ui/WaveformView.hpp"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDropEvent>
 #include <QLabel>
 #include <QLayout>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
 #include <QtTest>
 
 #include <map>
+#include <utility>
 
 using namespace marquetry;
 using ui::GeneratedLoopRow;
 using ui::SourceFileRow;
 using Field = model::AppModel::Field;
+
+namespace {
+// A real FLAC drum break, which only an import makes readable.
+const QString amenFlac = QStringLiteral("/usr/share/sonic-pi/samples/loop_amen.flac");
+} // namespace
 
 class ContentViewTest : public QObject {
     Q_OBJECT
@@ -181,7 +190,7 @@ private slots:
         click(find("manifestBox"));
         QVERIFY(view_->model().exportManifest());
         // The next launch, over the same settings, starts with it ticked.
-        view_ = std::make_unique<ui::ContentView>(platform_->platform());
+        view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         QVERIFY(find<QCheckBox>("manifestBox")->isChecked());
 
@@ -269,6 +278,63 @@ private slots:
         QCOMPARE(m.status(), "Stopped preview.");
     }
 
+    void importButtonConvertsTheChosenFilesAndSelectsTheFirst() {
+        model::AppModel& m = start({"a.wav"});
+        // Whole even in the smallest window, where the panels are squeezed.
+        view_->resize(view_->minimumSize());
+        auto* import = find("importButton");
+        QCOMPARE(import->visibleRegion().boundingRect(), import->rect());
+        click(import); // cancelled
+        QCOMPARE(m.status(), "Loaded 1 WAV file(s).");
+        platform_->importAnswer = {amenFlac.toStdString()};
+        click(import);
+        QCOMPARE(find<QLabel>("statusLine")->text(), QStringLiteral("Imported 1 file(s)."));
+        QVERIFY(sourceRow("loop_amen.wav")->values().isSelected && !m.sourceWaveform().empty());
+        platform_->importAnswer.clear();
+        click(import);
+        // The dialog opens at home, then where the last files came from.
+        QCOMPARE(platform_->importFoldersAsked,
+                 (std::vector<std::string>{platform_->home(), platform_->home(), "/usr/share/sonic-pi/samples"}));
+    }
+
+    void onlyLocalFilesDroppedOnTheSourceListAreImported() {
+        model::AppModel& m = start({"a.wav"});
+        QWidget* target = find("sourcePanel");
+        // The action a drag over the list is granted, and whether its drop
+        // is taken; Shift is held, which asks for a move.
+        const auto dragAndDrop = [target](const QMimeData& data,
+                                          Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction) {
+            QDragEnterEvent enter(QPoint(20, 20), offered, &data, Qt::LeftButton, Qt::ShiftModifier);
+            QApplication::sendEvent(target, &enter);
+            QDropEvent drop(QPointF(20, 20), offered, &data, Qt::LeftButton, Qt::ShiftModifier);
+            QApplication::sendEvent(target, &drop);
+            return std::pair(enter.isAccepted() ? enter.dropAction() : Qt::IgnoreAction, drop.isAccepted());
+        };
+        const QUrl flac = QUrl::fromLocalFile(amenFlac);
+        const QUrl web(QStringLiteral("https://example.org/loop.flac"));
+        QMimeData text, webOnly, mixed, files;
+        text.setText(amenFlac);
+        webOnly.setUrls({web});
+        mixed.setUrls({flac, web});
+        files.setUrls({flac});
+        for (const auto& [data, offered] : {std::pair(&text, Qt::CopyAction), std::pair(&webOnly, Qt::CopyAction),
+                                            std::pair(&mixed, Qt::CopyAction), std::pair(&files, Qt::MoveAction)})
+            QCOMPARE(dragAndDrop(*data, offered), std::pair(Qt::IgnoreAction, false));
+        QCOMPARE(m.status(), "Loaded 1 WAV file(s).");
+
+        // From a file manager, as a copy even so: the loop comes in, the text
+        // file is refused, and the status line says both.
+        const QString notes = QString::fromStdString(platform_->home()) + "/notes.txt";
+        QFile notesFile(notes);
+        QVERIFY(notesFile.open(QIODevice::WriteOnly) && notesFile.write("not a loop") > 0);
+        notesFile.close();
+        files.setUrls({flac, QUrl::fromLocalFile(notes)});
+        QCOMPARE(dragAndDrop(files), std::pair(Qt::CopyAction, true));
+        const QString status = find<QLabel>("statusLine")->text();
+        QVERIFY2(status.startsWith("Imported 1 of 2 file(s); import failed: " + notes + ": "), qPrintable(status));
+        QVERIFY(sourceRow("loop_amen.wav")->values().isSelected);
+    }
+
 private:
     /// A window over a fresh temporary home whose source folder holds
     /// `files`, each a copy of one real drum break.
@@ -277,7 +343,7 @@ private:
         platform_ = std::make_unique<ui::test::FakePlatform>();
         for (const std::string& file : files)
             platform_->addLoop(file);
-        view_ = std::make_unique<ui::ContentView>(platform_->platform());
+        view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         return view_->model();
     }

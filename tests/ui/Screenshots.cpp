@@ -58,7 +58,7 @@ bool render(const Shot& shot, const QDir& folder) {
     ui::test::FakePlatform platform;
     for (const std::string& loop : shot.loops)
         platform.addLoop(loop, loop == "Think Break 96.wav" ? "breakbeat_s16.wav" : "amen_s16.wav");
-    ui::ContentView view(platform.platform());
+    ui::ContentView view(platform.platform(), platform.audioFileChooser());
     view.resize(view.minimumSizeHint().expandedTo(view.minimumSize()).expandedTo(shot.size));
     view.show();
     if (shot.prepare)

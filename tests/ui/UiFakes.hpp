@@ -13,7 +13,10 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace marquetry::ui::test {
 
@@ -48,6 +51,15 @@ public:
                 }};
     }
 
+    /// The window's import dialog: answers `importAnswer` and notes the
+    /// folder each dialog was to open in.
+    std::function<std::vector<std::string>(const std::string&)> audioFileChooser() {
+        return [this](const std::string& folder) {
+            importFoldersAsked.push_back(folder);
+            return importAnswer;
+        };
+    }
+
     model::test::FakeSettings settings;
     model::test::FakeFolderChooser chooser;
     model::test::FakeFileBrowser browser;
@@ -55,6 +67,8 @@ public:
     playback::test::FakeAudioPlayerFactory players;
     playback::test::FakeTimerFactory timers;
     std::int64_t now = 1'700'000'000; ///< the clock that blank seeds resolve from
+    std::vector<std::string> importAnswer;
+    std::vector<std::string> importFoldersAsked;
 
 private:
     QTemporaryDir home_;
