@@ -20,8 +20,9 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate);
 /// each join and at both ends of the loop. Each ramp is `fadeFrames` long,
 /// or half the slice's frames when that is shorter; a one-frame slice is
 /// silenced. The gain of the frame `d` frames from the nearer end of its
-/// slice is d / ramp (in double), each sample rounded half away from zero
-/// and clamped, so every machine gives the same bytes. Frames are counted in
+/// slice is d / ramp, applied in single precision to 8- and 16-bit and float
+/// samples and in double to 24- and 32-bit ones, each integer rounded half
+/// away from zero and clamped, so every machine gives the same bytes. Frames are counted in
 /// `format`'s layout from the start of `pcm`; a slice that starts inside a
 /// frame owns that frame.
 ///
