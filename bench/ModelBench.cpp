@@ -1,8 +1,8 @@
-// Generation, export, scanning and onset detection through the product's own
-// paths, each beside a baseline measured in the same run: a memcpy of the
-// bytes a run produces, plain writes of the files export writes, a bare
-// listing of the folder a scan reads, and a peer onset detector on the same
-// loop.
+// Generation (with and without join fades), export, scanning and onset
+// detection through the product's own paths, each beside a baseline measured
+// in the same run: a memcpy of the bytes a run produces, plain writes of the
+// files export writes, a bare listing of the folder a scan reads, and a peer
+// onset detector on the same loop.
 
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
@@ -36,8 +36,9 @@ constexpr std::int64_t slices = 128;
 constexpr std::int64_t variations = 100;
 constexpr int scannedFiles = 10'000;
 
-model::GenerationRequest gridRequest() {
+model::GenerationRequest gridRequest(std::int64_t joinFadeMs = 0) {
     model::GenerationRequest request;
+    request.joinFadeMs = joinFadeMs;
     request.seedText = "1";
     request.selectedPath = loopPath;
     request.sliceCount = slices;
@@ -94,11 +95,11 @@ void memcpyIntoNewMemory(benchmark::State& state) {
 }
 
 // state.range(0) threads render; 0 means one per core, as the product runs.
-void generation(benchmark::State& state) {
+void generation(benchmark::State& state, std::int64_t joinFadeMs) {
     std::int64_t bytes = 0;
     for (auto _ : state) {
-        const auto result =
-            model::runGeneration(gridRequest(), unixSeconds, counterUuid, static_cast<unsigned>(state.range(0)));
+        const auto result = model::runGeneration(gridRequest(joinFadeMs), unixSeconds, counterUuid,
+                                                 static_cast<unsigned>(state.range(0)));
         bytes = outputBytes(result);
         benchmark::DoNotOptimize(result.loops.data());
     }
@@ -266,8 +267,12 @@ int main(int argc, char** argv) {
         const audio::WavData loop = audio::loadWav(loopPath);
         const std::int64_t runBytes = outputBytes(model::runGeneration(gridRequest(), unixSeconds, counterUuid));
 
-        benchmark::RegisterBenchmark("BM_Generation/Grid/128slices/100variations", generation)
-            ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+        // The same run with 5 ms join fades: their cost is the difference.
+        for (const std::int64_t fadeMs : {0, 5})
+            benchmark::RegisterBenchmark(fadeMs == 0 ? "BM_Generation/Grid/128slices/100variations"
+                                                     : "BM_Generation/Grid/128slices/100variations/fade5ms",
+                                         [fadeMs](benchmark::State& s) { generation(s, fadeMs); })
+                ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark("BM_Planning/Grid/128slices/100variations", [&](benchmark::State& s) {
             planning(s, loop);
         })->Unit(benchmark::kMillisecond);

@@ -12,7 +12,9 @@
 //   offset  size  meaning
 //   0       1     slice count: value % 133 - 2, so -2 ... 130
 //   1       1     chop model: value % 9, in picker order (Grid ... Momentum)
-//   2       1     variation count: value % 4 + 1
+//   2       1     bits 0-1 variation count + 1; bits 2-7 join fade in ms
+//                 (0 ... 63, past the longest a user may ask for) when
+//                 flag bit 7 is set
 //   3       1     glitch amount: 0-15 pick an edge value (NaN, infinities,
 //                 negatives, above 1, ...; see glitchAmount), otherwise
 //                 (value - 16) / 200, so 0 ... 1.195
@@ -20,7 +22,7 @@
 //                 bit 2 Mashup Mode; bit 3 blank seed text, so the clock
 //                 (which returns the seed) decides; bit 4 the first image is
 //                 selected but not checked; bit 5 the last image is missing
-//                 from disk; bit 6 no selected file
+//                 from disk; bit 6 no selected file; bit 7 join fades
 //   5       8     seed, unsigned
 //   13      2     length of image 1 when there are 2 or 3 images
 //   15      2     length of image 2 when there are 3 images
@@ -34,6 +36,7 @@
 
 #include "audio/AppError.hpp"
 #include "audio/WavReader.hpp"
+#include "chop/JoinFades.hpp"
 #include "chop/Slicing.hpp"
 #include "chop/TransientDetection.hpp"
 #include "chop/VariationPlan.hpp"
@@ -69,6 +72,7 @@ struct Settings {
     chop::ChopModel model = chop::ChopModel::grid;
     std::int64_t variationCount = 1;
     double glitchAmount = 0;
+    std::int64_t joinFadeMs = 0;
     std::size_t imageCount = 1;
     bool mashup = false;
     bool blankSeedText = false;
@@ -108,6 +112,7 @@ Settings readSettings(const std::uint8_t* header) {
     s.firstUnchecked = (flags & 0x10) != 0;
     s.lastMissing = (flags & 0x20) != 0;
     s.noSelection = (flags & 0x40) != 0;
+    s.joinFadeMs = (flags & 0x80) != 0 ? header[2] >> 2 : 0;
     s.seed = readLE(header + 5, 8);
     return s;
 }
@@ -281,7 +286,7 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
     if (sources.empty() || sources.front().path.empty())
         return failWith("No source files available.");
 
-    const chop::PlanSettings settings{s.sliceCount, s.model, s.variationCount, s.glitchAmount};
+    const chop::PlanSettings settings{s.sliceCount, s.model, s.variationCount, s.glitchAmount, s.joinFadeMs};
     chop::SeededGenerator rng(s.seed);
     std::vector<audio::WavData> decoded;
     std::vector<chop::PoolSlice> pool;
@@ -330,8 +335,10 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
         }
         require(next == plan.byteCount, "placements add up to the variation");
         out.variations.push_back(chop::renderVariation(plan, pool, decoded));
+        chop::applyJoinFades(out.variations.back(), plan, decoded.front(),
+                             chop::joinFadeFrames(s.joinFadeMs, decoded.front().sampleRate));
         require(static_cast<std::int64_t>(out.variations.back().size()) == plan.byteCount,
-                "a rendered variation has its planned length");
+                "a rendered variation has its planned length, faded or not");
     }
     return out;
 }
@@ -376,6 +383,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     request.chopModel = s.model;
     request.versions = s.variationCount;
     request.glitchAmount = s.glitchAmount;
+    request.joinFadeMs = s.joinFadeMs;
 
     // The source list: the checked files in name order (which is image order)
     // in Mashup Mode, otherwise the selected file alone.

@@ -3,6 +3,7 @@
 #include "audio/AppError.hpp"
 #include "audio/WaveformEnvelope.hpp"
 #include "chop/ChopRecipe.hpp"
+#include "chop/JoinFades.hpp"
 #include "chop/PatternGenerators.hpp"
 #include "chop/Slicing.hpp"
 
@@ -132,10 +133,12 @@ Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice>
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                unsigned threads) {
+                                                std::int64_t joinFadeMs, unsigned threads) {
+    const audio::FrameCount fadeFrames = joinFadeFrames(joinFadeMs, sources.front().sampleRate);
     std::vector<RenderedVariation> rendered(variations.size());
     forEachIndex(rendered.size(), threads, [&](std::size_t i) {
         rendered[i].pcm = renderVariation(variations[i], pool, sources);
+        applyJoinFades(rendered[i].pcm, variations[i], sources.front(), fadeFrames);
         rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
     });
     return rendered;

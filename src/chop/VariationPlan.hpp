@@ -41,12 +41,13 @@ struct VariationPlan {
     bool operator==(const VariationPlan&) const = default;
 };
 
-/// The settings that decide a run's draws.
+/// The settings of a run: all but the join fade decide its draws.
 struct PlanSettings {
     std::int64_t sliceCount = 16;
     ChopModel chopModel = ChopModel::grid;
     std::int64_t variationCount = 10;
     double glitchAmount = 0.55;
+    std::int64_t joinFadeMs = 0; ///< 0: slices butt together (see applyJoinFades)
 };
 
 /// Every decision of a run: the pool and each variation's placements.
@@ -89,11 +90,13 @@ struct RenderedVariation {
 };
 
 /// Every planned variation with its envelope of `envelopePoints` points,
-/// rendered on up to `threads` threads (0: one per core). The bytes are the
-/// same whatever the thread count. Rethrows the first failure of any thread.
+/// rendered on up to `threads` threads (0: one per core), each faded at its
+/// joins over `joinFadeMs` milliseconds at sources[0]'s rate (0: not at
+/// all). The bytes are the same whatever the thread count. Rethrows the
+/// first failure of any thread.
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                unsigned threads = 0);
+                                                std::int64_t joinFadeMs, unsigned threads = 0);
 
 } // namespace marquetry::chop

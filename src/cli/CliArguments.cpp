@@ -1,5 +1,6 @@
 #include "cli/CliArguments.hpp"
 
+#include "chop/JoinFades.hpp"
 #include "model/FileSystem.hpp"
 
 #include <CLI/CLI.hpp>
@@ -85,7 +86,7 @@ std::string inQuotes(const std::string& text) {
 struct TypedGenerate {
     std::string source;
     std::vector<std::string> mashup;
-    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest;
+    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade;
     std::string output;
 };
 
@@ -106,6 +107,13 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
     options.seedText = typed.seed;
     if (typed.glitch && !(options.glitchAmount = parseReal(*typed.glitch)))
         return malformed("--glitch", *typed.glitch, "a finite number");
+    if (typed.joinFade) {
+        options.joinFadeMs = parseInteger(*typed.joinFade);
+        if (!options.joinFadeMs || *options.joinFadeMs < 0 || *options.joinFadeMs > chop::maxJoinFadeMs)
+            return malformed("--join-fade", *typed.joinFade,
+                             "0 (off) or a whole number of milliseconds from 1 to "
+                                 + std::to_string(chop::maxJoinFadeMs));
+    }
     if (typed.pick) {
         const auto picks = parsePicks(*typed.pick);
         if (!picks)
@@ -188,7 +196,8 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     generate->add_option("--mashup", typed.mashup)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     for (const auto& [name, value] : {std::pair("--slices", &typed.slices), {"--variations", &typed.variations},
                                       {"--model", &typed.model}, {"--seed", &typed.seed}, {"--glitch", &typed.glitch},
-                                      {"--pick", &typed.pick}, {"--manifest", &typed.manifest}})
+                                      {"--pick", &typed.pick}, {"--manifest", &typed.manifest},
+                                      {"--join-fade", &typed.joinFade}})
         valueOption(*generate, name, *value);
     generate->add_option("--output", typed.output)->required();
 
@@ -253,7 +262,7 @@ std::string usageText() {
     return "Usage:\n"
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
-           "                         [--manifest FILE]\n"
+           "                         [--manifest FILE] [--join-fade MS]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
            "  marquetry-cli --help | --version\n"
@@ -271,6 +280,8 @@ std::string usageText() {
            "  --seed TEXT      a whole number; the same seed gives the same breaks\n"
            "                   (default blank: the clock's second seeds the run)\n"
            "  --glitch X       effect amount of the Glitch model (default 0.55)\n"
+           "  --join-fade MS   fade every join and the loop seam over MS milliseconds\n"
+           "                   (1 to " + std::to_string(chop::maxJoinFadeMs) + ") so slices meet without a click (default 0: off)\n"
            "  --output DIR     folder to write into, created when missing\n"
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
            "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"

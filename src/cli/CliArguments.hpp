@@ -30,6 +30,9 @@ struct GenerateOptions {
     std::optional<chop::ChopModel> chopModel;
     std::optional<std::string> seedText;
     std::optional<double> glitchAmount;
+    /// 0 (off) or 1 to chop::maxJoinFadeMs: the one setting checked here,
+    /// since the model has no message of its own for it.
+    std::optional<std::int64_t> joinFadeMs;
     /// As typed: the model expands a leading tilde itself.
     std::string outputDir;
     /// Variation numbers (from 1) that stay ticked, ascending, no repeats;

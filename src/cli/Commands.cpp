@@ -132,6 +132,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
         app.setSeedText(*options.seedText);
     if (options.glitchAmount)
         app.setGlitchAmount(*options.glitchAmount);
+    if (options.joinFadeMs)
+        app.setJoinFadeMs(*options.joinFadeMs);
 
     // Checked against the count the model will generate; a count the model
     // refuses is left for generate to report.
@@ -195,6 +197,7 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.chopModel = request.chopModel;
     generate.seedText = std::to_string(manifest.run.seed);
     generate.glitchAmount = request.glitchAmount;
+    generate.joinFadeMs = request.joinFadeMs;
     generate.outputDir = options.outputDir;
     generate.picks = manifest.numbers;
     return runGenerate(generate, out, err);

@@ -3,6 +3,7 @@
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
+#include "chop/JoinFades.hpp"
 #include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Import.hpp"
@@ -11,6 +12,7 @@
 #include "model/UnicodeOrder.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 #include <filesystem>
 
@@ -44,6 +46,18 @@ std::string manifestName(const RunRecord& run) {
     return first.substr(0, first.size() - std::string_view("01.wav").size()) + "_manifest.json";
 }
 
+// A stored fade length that is not a whole number in range (edited by hand,
+// or from another version) turns the fade off rather than guessing.
+std::int64_t storedJoinFadeMs(const std::optional<std::string>& text) {
+    std::int64_t value = 0;
+    if (!text || text->empty())
+        return 0;
+    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
+    if (error != std::errc() || end != text->data() + text->size() || value < 0 || value > chop::maxJoinFadeMs)
+        return 0;
+    return value;
+}
+
 } // namespace
 
 void ensureDirectoryExists(const std::string& path, const std::string& homeFolder) {
@@ -63,6 +77,7 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     sourceDir_ = platform_.settings.string(sourceDirKey).value_or(expanded(defaultSourceDir));
     outputDir_ = platform_.settings.string(outputDirKey).value_or(expanded(defaultOutputDir));
     exportManifest_ = platform_.settings.string(exportManifestKey) == "true";
+    joinFadeMs_ = storedJoinFadeMs(platform_.settings.string(joinFadeMsKey));
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -108,6 +123,11 @@ void AppModel::setGlitchAmount(double value) { write(glitchAmount_, value, Field
 void AppModel::setExportManifest(bool value) {
     write(exportManifest_, value, Field::exportManifest);
     platform_.settings.setString(exportManifestKey, value ? "true" : "false");
+}
+
+void AppModel::setJoinFadeMs(std::int64_t value) {
+    write(joinFadeMs_, value, Field::joinFadeMs);
+    platform_.settings.setString(joinFadeMsKey, std::to_string(value));
 }
 
 void AppModel::setMasterVolume(double value) {
@@ -268,6 +288,7 @@ void AppModel::generate() {
         .chopModel = chopModel_,
         .versions = versions_,
         .glitchAmount = glitchAmount_,
+        .joinFadeMs = joinFadeMs_,
     };
     // A worker that cannot start must not leave the model busy for good.
     try {

@@ -30,6 +30,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
+        joinFadeMs,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -44,6 +45,7 @@ public:
     static constexpr const char* defaultSourceDir = "~/Music/Marquetry/Source";
     static constexpr const char* defaultOutputDir = "~/Music/Marquetry/Output";
     static constexpr const char* exportManifestKey = "marquetry.option.exportManifest";
+    static constexpr const char* joinFadeMsKey = "marquetry.option.joinFadeMs";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -82,6 +84,9 @@ public:
     const std::optional<RunRecord>& lastRun() const { return lastRun_; }
     /// Export option: write a manifest of the run beside the exported files.
     bool exportManifest() const { return exportManifest_; }
+    /// Sound option: fade every join of a variation over this many
+    /// milliseconds, 0 (off) or 1 to chop::maxJoinFadeMs.
+    std::int64_t joinFadeMs() const { return joinFadeMs_; }
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -95,6 +100,9 @@ public:
     void setGlitchAmount(double value);
     /// Also stores the choice in the settings, for the next launch.
     void setExportManifest(bool value);
+    /// Also stores the choice in the settings, for the next launch. The
+    /// caller keeps the value in range.
+    void setJoinFadeMs(std::int64_t value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -222,6 +230,7 @@ private:
     std::vector<GeneratedLoop> generatedLoops_;
     std::optional<RunRecord> lastRun_;
     bool exportManifest_ = false;
+    std::int64_t joinFadeMs_ = 0;
     playback::PreviewSession preview_;
 
     // Hand-backs queued by a run check this before touching a model that the

@@ -60,6 +60,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
         .chopModel = request.chopModel,
         .variationCount = request.versions,
         .glitchAmount = request.glitchAmount,
+        .joinFadeMs = request.joinFadeMs,
     };
     // Each source is cut as soon as it is decoded, so a failure reports the
     // first source that fails, whether in decoding or in slicing. The first
@@ -90,7 +91,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     requireMemory(outputBytes);
 
     std::vector<chop::RenderedVariation> rendered =
-        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, threads);
+        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, settings.joinFadeMs, threads);
     const std::string selectedName = fileName(request.selectedPath);
     result.loops.reserve(rendered.size());
     for (std::size_t i = 0; i < rendered.size(); ++i) {

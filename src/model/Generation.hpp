@@ -24,6 +24,7 @@ struct GenerationRequest {
     chop::ChopModel chopModel = chop::ChopModel::grid;
     std::int64_t versions = 10; ///< how many variations
     double glitchAmount = 0.55;
+    std::int64_t joinFadeMs = 0; ///< join fade length; 0: off
 
     bool operator==(const GenerationRequest&) const = default;
 };

@@ -1,5 +1,7 @@
 #include "model/Manifest.hpp"
 
+#include "chop/JoinFades.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -93,6 +95,7 @@ std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation
         {"glitchAmount", request.glitchAmount},
         {"mashupMode", request.mashupMode},
         {"selected", request.selectedPath},
+        {"joinFadeMs", request.joinFadeMs},
     };
 
     Json sources = Json::array();
@@ -165,6 +168,9 @@ Manifest parseManifest(std::string_view input) {
         refuse("\"mashupMode\" in " + inSettings + " is not true or false");
     request.mashupMode = mashup.get<bool>();
     request.selectedPath = text(settings, "selected", inSettings);
+    // Manifests written before the fade existed describe runs without one.
+    if (settings.contains("joinFadeMs"))
+        request.joinFadeMs = integer(settings, "joinFadeMs", inSettings, 0, chop::maxJoinFadeMs);
 
     for (const Json& source : array(manifest, "sources", "the manifest")) {
         const std::string where = "a source";

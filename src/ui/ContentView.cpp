@@ -1,5 +1,6 @@
 #include "ui/ContentView.hpp"
 
+#include "chop/JoinFades.hpp"
 #include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/Controls.hpp"
@@ -31,6 +32,9 @@ namespace {
 using playback::PlaybackTarget;
 
 constexpr int pathFieldWidth = 620;
+// What Smooth joins offers when first ticked: short enough to keep the
+// attack of a hit, long enough to take the click out of a join.
+constexpr int defaultJoinFadeMs = 5;
 
 } // namespace
 
@@ -57,7 +61,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
          {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::slices, Field::versions,
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
-          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest})
+          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs})
         redraw(field);
 }
 
@@ -228,8 +232,25 @@ QWidget* ContentView::buildMasterRow() {
     modeHint_ = secondaryCaption(QString(), "modeHint", rowWidget);
     row->addWidget(modeHint_);
     row->addStretch(1);
+    // Under the Generate row, at the far end, so that no listed control moves.
+    joinFadeBox_ = new QCheckBox(QStringLiteral("Smooth joins"), rowWidget);
+    joinFadeBox_->setObjectName(QStringLiteral("joinFadeBox"));
+    joinFadeBox_->setToolTip(QStringLiteral("Fade each slice in and out so joins and the loop seam do not click"));
+    row->addWidget(joinFadeBox_);
+    joinFadeMsBox_ = new QSpinBox(rowWidget);
+    joinFadeMsBox_->setObjectName(QStringLiteral("joinFadeMsBox"));
+    joinFadeMsBox_->setSuffix(QStringLiteral(" ms"));
+    joinFadeMsBox_->setRange(1, static_cast<int>(chop::maxJoinFadeMs));
+    joinFadeMsBox_->setValue(defaultJoinFadeMs);
+    row->addWidget(joinFadeMsBox_);
     connect(masterSlider_, &QSlider::valueChanged, this,
             [this](int value) { model_->setMasterVolume(static_cast<double>(value) / sliderSteps); });
+    connect(joinFadeBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->setJoinFadeMs(on ? joinFadeMsBox_->value() : 0); });
+    connect(joinFadeMsBox_, &QSpinBox::valueChanged, this, [this](int value) {
+        if (joinFadeBox_->isChecked())
+            model_->setJoinFadeMs(value);
+    });
     return rowWidget;
 }
 
@@ -426,6 +447,15 @@ void ContentView::redraw(Field field) {
     case Field::exportManifest: {
         const QSignalBlocker blocker(manifestBox_);
         manifestBox_->setChecked(m.exportManifest());
+        break;
+    }
+    case Field::joinFadeMs: {
+        const QSignalBlocker boxBlocker(joinFadeBox_);
+        const QSignalBlocker msBlocker(joinFadeMsBox_);
+        joinFadeBox_->setChecked(m.joinFadeMs() > 0);
+        if (m.joinFadeMs() > 0)
+            joinFadeMsBox_->setValue(static_cast<int>(m.joinFadeMs()));
+        joinFadeMsBox_->setEnabled(m.joinFadeMs() > 0);
         break;
     }
     case Field::generatedLoops:

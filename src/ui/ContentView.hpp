@@ -100,6 +100,8 @@ private:
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
     QCheckBox* manifestBox_ = nullptr;
+    QCheckBox* joinFadeBox_ = nullptr;
+    QSpinBox* joinFadeMsBox_ = nullptr;
     QLabel* statusLine_ = nullptr;
     QLineEdit* outputField_ = nullptr;
 

@@ -27,7 +27,7 @@ std::vector<Bytes> variations(const audio::WavData& wav, ChopModel model, std::u
     const std::vector<audio::WavData> sources{wav};
     const RunPlan plan = planRun(sources, {16, model, count, 0.55}, rng);
     std::vector<Bytes> result;
-    for (RenderedVariation& variation : renderVariations(plan.variations, plan.pool, sources, 1000, threads))
+    for (RenderedVariation& variation : renderVariations(plan.variations, plan.pool, sources, 1000, 0, threads))
         result.push_back(std::move(variation.pcm));
     return result;
 }

@@ -105,6 +105,31 @@ TEST_F(Replay, ManifestDescribesTheRunAndReplayWritesTheSameFiles) {
     EXPECT_EQ(folderContents(at("again")), files);
 }
 
+// The fade is part of the run: recorded, replayed, and absent in a manifest
+// from before it existed, which replays without one.
+TEST_F(Replay, JoinFadeIsRecordedAndReplayedAndAbsentMeansOff) {
+    const auto generate = [&](const std::string& folder, std::vector<std::string> extra) {
+        std::vector<std::string> arguments{"generate", "--source", at("source/amen_s16.wav"), "--seed", "9",
+                                           "--variations", "2", "--output", at(folder), "--manifest",
+                                           at(folder + ".json")};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return run(arguments);
+    };
+    ASSERT_EQ(generate("plain", {}).exitCode, 0);
+    ASSERT_EQ(generate("faded", {"--join-fade", "5"}).exitCode, 0);
+    auto manifest = nlohmann::json::parse(readText(at("faded.json")));
+    EXPECT_EQ(manifest["settings"]["joinFadeMs"], 5);
+    EXPECT_NE(folderContents(at("faded")), folderContents(at("plain")));
+
+    ASSERT_EQ(run({"replay", at("faded.json"), "--output", at("again")}).exitCode, 0);
+    EXPECT_EQ(folderContents(at("again")), folderContents(at("faded")));
+
+    manifest["settings"].erase("joinFadeMs");
+    std::ofstream(at("old.json")) << manifest.dump();
+    ASSERT_EQ(run({"replay", at("old.json"), "--output", at("old")}).exitCode, 0);
+    EXPECT_EQ(folderContents(at("old")), folderContents(at("plain")));
+}
+
 TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
     ASSERT_EQ(generateWithManifest().exitCode, 0);
     const std::string good = readText(at("run.json"));

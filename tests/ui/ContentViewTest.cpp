@@ -203,6 +203,30 @@ private slots:
                                                              "a_mqtry_grid_manifest.json"}));
     }
 
+    void smoothJoinsWritesTheFadeLengthAndIsRemembered() {
+        const model::AppModel& m = start({});
+        auto* box = find<QCheckBox>("joinFadeBox");
+        auto* ms = find<QSpinBox>("joinFadeMsBox");
+        QVERIFY(!box->isChecked() && !ms->isEnabled());
+        QCOMPARE(m.joinFadeMs(), std::int64_t{0});
+        click(box);
+        QCOMPARE(m.joinFadeMs(), std::int64_t{5});
+        ms->setValue(12);
+        QCOMPARE(m.joinFadeMs(), std::int64_t{12});
+        ms->setValue(80);
+        QCOMPARE(m.joinFadeMs(), std::int64_t{50});
+        click(box);
+        QCOMPARE(m.joinFadeMs(), std::int64_t{0});
+        click(box);
+        QCOMPARE(m.joinFadeMs(), std::int64_t{50});
+
+        view_ = std::make_unique<ui::ContentView>(platform_->platform());
+        view_->show();
+        QVERIFY(find<QCheckBox>("joinFadeBox")->isChecked());
+        QCOMPARE(find<QSpinBox>("joinFadeMsBox")->value(), 50);
+        QCOMPARE(view_->model().joinFadeMs(), std::int64_t{50});
+    }
+
     void returnInOutputFieldExpandsTilde_data() {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<bool>("expands");
