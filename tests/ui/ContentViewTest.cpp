@@ -220,7 +220,7 @@ private slots:
         click(box);
         QCOMPARE(m.joinFadeMs(), std::int64_t{50});
 
-        view_ = std::make_unique<ui::ContentView>(platform_->platform());
+        view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         QVERIFY(find<QCheckBox>("joinFadeBox")->isChecked());
         QCOMPARE(find<QSpinBox>("joinFadeMsBox")->value(), 50);
