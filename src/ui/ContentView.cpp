@@ -1,5 +1,6 @@
 #include "ui/ContentView.hpp"
 
+#include "chop/ChopRecipe.hpp"
 #include "chop/JoinFades.hpp"
 #include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
@@ -532,7 +533,7 @@ void ContentView::redrawPlaybackProgress() {
 }
 
 void ContentView::redrawGlitchRow() {
-    const bool wanted = model_->chopModel() == chop::ChopModel::glitch;
+    const bool wanted = chop::recipe(model_->chopModel()).glitchEffects;
     const bool present = layout_->indexOf(glitchRow_) >= 0;
     if (wanted && !present) {
         layout_->insertWidget(layout_->indexOf(masterRow_), glitchRow_);
