@@ -2,6 +2,7 @@
 #include "audio/WavReader.hpp"
 
 #include "support/ChildProcess.hpp"
+#include "support/TestFiles.hpp"
 #include "support/WavImageBuilder.hpp"
 
 #include <gmock/gmock.h>
@@ -12,7 +13,6 @@
 #include <sys/un.h>
 
 #include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <optional>
 #include <system_error>
@@ -31,11 +31,7 @@ const char* const messages[] = {"WAV file is too small.",      "Invalid WAV head
 enum Message { tooSmall, badHeader, corrupt, badFmt, missing, unsupported, badAlign };
 
 // Counting bytes, so that a payload taken from the wrong chunk shows.
-Bytes bytes(std::size_t size, std::uint8_t first = 1) {
-    Bytes out(size);
-    std::iota(out.begin(), out.end(), first);
-    return out;
-}
+Bytes bytes(std::size_t size, std::uint8_t first = 1) { return counting(size, first); }
 
 const Bytes stereo16 = fmt(1, 2, 4, 16);
 const Bytes canonicalEmpty = concat(riff("RIFF", "WAVE", 36), stereo16, chunk("data", {}));
@@ -100,14 +96,11 @@ TEST(WavReader, AcceptsAndKeepsFieldsAndPayloadAsStored) {
     };
     // From a file the payload is moved inside the buffer the file was read
     // into, which must give the same record whatever the chunk layout.
-    const auto file = std::filesystem::temp_directory_path() / ("marquetry-reader-" + std::to_string(::getpid()));
+    const TemporaryFolder folder;
     for (const auto& [name, image, expected] : acceptances) {
         EXPECT_EQ(parseWav(image), expected) << name;
-        std::ofstream(file, std::ios::binary)
-            .write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
-        EXPECT_EQ(loadWav(file.string()), expected) << name;
+        EXPECT_EQ(loadWav(writeFile(folder.path + "/a.wav", image)), expected) << name;
     }
-    std::filesystem::remove(file);
 }
 
 // File errors keep the operating system's description and name the path.
@@ -118,24 +111,17 @@ TEST(WavReader, ReportsUnreadableFilesAsSystemErrors) {
 
 class WavReaderFiles : public ::testing::Test {
 protected:
-    WavReaderFiles() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "marquetry-reader-XXXXXX").string();
-        folder = ::mkdtemp(pattern.data());
-    }
-    ~WavReaderFiles() override { std::filesystem::remove_all(folder); }
-
     // A canonical header whose data chunk claims `payloadBytes`, followed by
     // that many zeros that take no room on disk.
     std::string sparseWav(const std::string& name, std::uint64_t payloadBytes) const {
-        const std::string path = folder + "/" + name;
         const Bytes header = concat(riff(), stereo16, chunkHeader("data", static_cast<std::uint32_t>(payloadBytes)));
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(header.data()), static_cast<std::streamsize>(header.size()));
+        const std::string path = writeFile(folder + "/" + name, header);
         std::filesystem::resize_file(path, header.size() + payloadBytes);
         return path;
     }
 
-    std::string folder;
+    const TemporaryFolder temporary;
+    const std::string folder = temporary.path;
 };
 
 // Each is refused at once, before a byte is read, in a child that would run

@@ -1,39 +1,22 @@
-// The command line end to end: the real program on real drum breaks, in a
-// temporary folder, with HOME pointed at an empty folder of its own.
-#include "audio/WavReader.hpp"
-#include "audio/WavWriter.hpp"
-#include "chop/ChopModel.hpp"
+// The command line: its arguments and refusals in process, and the real
+// program where only a process shows the fault (its streams and exit
+// statuses, a signal, a memory limit, a read that blocks), with HOME pointed
+// at an empty folder of its own.
+#include "CliFixture.hpp"
 
-#include <gtest/gtest.h>
+#include "audio/WavWriter.hpp"
+#include "cli/CliArguments.hpp"
 
 #include <cctype>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <initializer_list>
-#include <iterator>
 #include <map>
-#include <string>
-#include <vector>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace marquetry::cli {
 namespace {
-
-namespace fs = std::filesystem;
-
-struct RunResult {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string readText(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 std::string shellQuoted(const std::string& text) {
     std::string quoted = "'";
@@ -42,64 +25,40 @@ std::string shellQuoted(const std::string& text) {
     return quoted + "'";
 }
 
-// Every file of a folder by name, with its bytes.
-std::map<std::string, std::string> folderContents(const fs::path& folder) {
-    std::map<std::string, std::string> contents;
-    for (const auto& entry : fs::directory_iterator(folder))
-        contents[entry.path().filename().string()] = readText(entry.path());
-    return contents;
-}
-
-class Cli : public ::testing::Test {
+class Cli : public CliFixture {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "marquetry-cli-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
-        fs::create_directories(home());
-        fs::create_directories(source());
-    }
-
-    void TearDown() override {
+    Cli() { fs::create_directories(home()); }
+    ~Cli() override {
         // Neither default folders nor settings: the user's home stays untouched.
         EXPECT_TRUE(fs::is_empty(home())) << "the command line wrote into HOME";
-        fs::remove_all(root_);
     }
 
-    fs::path home() const { return root_ / "home"; }
-    fs::path source() const { return root_ / "source"; }
-    fs::path at(const std::string& relative) const { return root_ / relative; }
+    fs::path home() const { return root / "home"; }
 
-    void copyLoops(std::initializer_list<const char*> names) const {
-        for (const char* name : names)
-            fs::copy_file(fs::path(MARQUETRY_TEST_LOOPS_DIR) / name, source() / name);
-    }
-
-    // Runs the program in the temporary folder, so relative paths land there.
-    RunResult run(const std::vector<std::string>& arguments) const {
-        std::string command = "cd " + shellQuoted(root_.string()) + " && " + limit + "env HOME="
+    // Runs the real program in the temporary folder, so relative paths land there.
+    Outcome runProgram(const std::vector<std::string>& arguments) const {
+        std::string command = "cd " + shellQuoted(root.string()) + " && " + limit + "env HOME="
                               + shellQuoted(home().string()) + " " + shellQuoted(MARQUETRY_CLI);
         // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict)
         // about a literal + string temporary here.
         for (const std::string& argument : arguments)
             command.append(" ").append(shellQuoted(argument));
-        command.append(" >").append(shellQuoted(at("stdout.txt").string()));
-        command.append(" 2>").append(shellQuoted(at("stderr.txt").string()));
+        command.append(" >stdout.txt 2>stderr.txt");
         const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(at("stdout.txt")), readText(at("stderr.txt"))};
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(root / "stdout.txt"),
+                readText(root / "stderr.txt")};
     }
 
     // Generates from source/amen_s16.wav into `output` with further arguments.
-    RunResult generate(const std::string& output, std::vector<std::string> more = {}) const {
+    Outcome generate(const std::string& output, std::vector<std::string> more = {}) const {
         more.insert(more.begin(), {"generate", "--source", "source/amen_s16.wav", "--output", output});
-        return run(more);
+        return runProgram(more);
     }
 
-    fs::path root_;
     std::string limit; ///< what the shell runs the program under, such as "ulimit -v N && " or "timeout N "
 };
 
-TEST_F(Cli, SameSeedRepeatsTheFilesAnotherSeedChangesThemAndPickExportsASubset) {
+TEST_F(Cli, SameSeedRepeatsTheFilesAndPickExportsASubset) {
     copyLoops({"amen_s16.wav"});
     const auto first = generate("first", {"--seed", "42"});
     EXPECT_EQ(first.exitCode, 0) << first.err;
@@ -107,14 +66,13 @@ TEST_F(Cli, SameSeedRepeatsTheFilesAnotherSeedChangesThemAndPickExportsASubset) 
                          "Generated 10 preview loop(s) from 1 source file using Grid chop model.\n"
                          "Exported 10 loop(s) to first\n");
     EXPECT_EQ(first.err, "Seed of this run: 42\n");
-    ASSERT_EQ(run({"generate", "--source=source/../source/amen_s16.wav", "--seed=42", "--output=again"}).exitCode, 0);
-    ASSERT_EQ(generate("other", {"--seed", "43"}).exitCode, 0);
+    ASSERT_EQ(runProgram({"generate", "--source=source/../source/amen_s16.wav", "--seed=42", "--output=again"}).exitCode,
+              0);
 
-    const auto files = folderContents(at("first"));
+    const auto files = folderContents(root / "first");
     ASSERT_EQ(files.size(), 10u);
     EXPECT_TRUE(files.contains("amen_s16_mqtry_grid01.wav") && files.contains("amen_s16_mqtry_grid10.wav"));
-    EXPECT_EQ(folderContents(at("again")), files);
-    EXPECT_NE(folderContents(at("other")), files);
+    EXPECT_EQ(folderContents(root / "again"), files);
     EXPECT_EQ(folderContents(source()).size(), 1u) << "nothing may be written beside the sources";
 
     const auto picked = generate("picked", {"--seed", "42", "--pick", "3,1"});
@@ -122,94 +80,117 @@ TEST_F(Cli, SameSeedRepeatsTheFilesAnotherSeedChangesThemAndPickExportsASubset) 
     const std::map<std::string, std::string> pickedFiles{
         {"amen_s16_mqtry_grid01.wav", files.at("amen_s16_mqtry_grid01.wav")},
         {"amen_s16_mqtry_grid03.wav", files.at("amen_s16_mqtry_grid03.wav")}};
-    EXPECT_EQ(folderContents(at("picked")), pickedFiles);
+    EXPECT_EQ(folderContents(root / "picked"), pickedFiles);
 }
 
-TEST_F(Cli, MashupPoolsTheGivenFilesWithTheFirstByNameAsReference) {
-    copyLoops({"amen_s16.wav", "breakbeat_s16.wav", "amen_mono_s16.wav", "amen_f32.wav"});
-    const auto result = generate("out", {"--mashup", "source/breakbeat_s16.wav", "--mashup", "source/amen_mono_s16.wav",
-                                         "--mashup", "source/amen_f32.wav", "--variations", "3", "--seed", "9"});
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("Generated 3 preview loop(s) from 3 source files"), std::string::npos) << result.out;
-    // Names follow the selected file, the header the pool's reference source
-    // (amen_f32.wav, first by name): format code 3 at byte 20. Slices of the
-    // other formats are pooled as raw bytes, so the reader may refuse the
-    // data's length; only the header is checked here.
-    const auto files = folderContents(at("out"));
-    ASSERT_EQ(files.size(), 3u);
-    EXPECT_EQ(files.at("amen_s16_mqtry_grid03.wav").substr(20, 2), std::string("\x03\x00", 2));
-}
-
-TEST_F(Cli, EveryChopModelWritesLoopsInTheSourceFormat) {
+// A failed run exits 1 with its status on standard error and last on
+// standard output; an argument error exits 2 with the usage before anything
+// runs.
+TEST_F(Cli, AFailedRunExitsOneAndAnArgumentErrorTwo) {
     copyLoops({"amen_s16.wav"});
-    const auto original = audio::loadWav((source() / "amen_s16.wav").string());
-    for (const chop::ChopModel model : chop::allChopModels) {
-        const std::string label(chop::label(model));
-        std::string tag, shouted;
-        for (const unsigned char c : label) {
-            tag += static_cast<char>(std::tolower(c));
-            shouted += static_cast<char>(std::toupper(c));
-        }
-        const auto result = generate("out-" + tag, {"--model", shouted, "--variations", "1", "--seed", "7",
-                                                    "--glitch", "0.9"});
-        ASSERT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_NE(result.out.find("using " + label + " chop model."), std::string::npos) << result.out;
-        auto loop = audio::loadWav((at("out-" + tag) / ("amen_s16_mqtry_" + tag + "01.wav")).string());
-        EXPECT_FALSE(loop.pcmData.empty()) << label;
-        loop.pcmData = original.pcmData;
-        EXPECT_EQ(loop, original) << label;
-    }
+    const auto failed = generate("out", {"--slices", "2"});
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_EQ(failed.err, "Slices must be >= 4 and versions >= 1.\n");
+    EXPECT_TRUE(failed.out.ends_with(failed.err)) << failed.out;
+    const auto refused = generate("out", {"--colour", "red"});
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_TRUE(refused.err.starts_with("marquetry-cli: The following arguments were not expected: red --colour\n\n"
+                                        "Usage:\n"))
+        << refused.err;
+    EXPECT_FALSE(fs::exists(root / "out"));
 }
 
-// Failed runs exit 1 with the last status on standard error (and, once the
-// run has started, last on standard output too); argument errors exit 2
-// with the usage before anything runs.
-TEST_F(Cli, FailuresExitOneAndArgumentErrorsTwoWithoutWritingAnything) {
+using CliInProcess = CliFixture;
+
+// Every refusal in its own words; none writes a file.
+TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
     copyLoops({"amen_s16.wav"});
     // Ten frames: a valid WAV too short to cut into 16 slices.
-    const auto tiny = audio::buildWavFileData({1, 1, 44100, 88200, 2, 16, {}}, audio::Bytes(20, 0));
-    std::ofstream(source() / "tiny.wav", std::ios::binary)
-        .write(reinterpret_cast<const char*>(tiny.data()), static_cast<std::streamsize>(tiny.size()));
+    audio::test::writeFile(at("source/tiny.wav"),
+                           audio::buildWavFileData(audio::test::record(1, 1, 2, 16), audio::Bytes(20, 0)));
     std::ofstream(source() / "broken.wav") << "not a wave";
-    std::ofstream(at("blocker")) << "a file where the folder should go";
-    fs::create_directories(at("elsewhere"));
-    fs::copy_file(source() / "amen_s16.wav", at("elsewhere/amen_s16.wav"));
+    std::ofstream(root / "blocker") << "a file where the folder should go";
+    fs::create_directories(root / "elsewhere");
 
-    const std::string amen = "source/amen_s16.wav";
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"generate", "--source", amen, "--slices", "2", "--output", "out"},
+    const std::string amen = at("source/amen_s16.wav");
+    const std::string out = at("out");
+    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+        {{"generate", "--source", amen, "--variations", "0", "--output", out}, 1,
          "Slices must be >= 4 and versions >= 1.\n"},
-        {{"generate", "--source", "source/tiny.wav", "--output", "out"},
+        {{"generate", "--source", at("source/tiny.wav"), "--output", out}, 1,
          "Error: Input loop too short for 16 slices.\n"},
-        {{"generate", "--source", "source/broken.wav", "--output", "out"}, "Error loading source: "},
-        {{"generate", "--source", amen, "--output", "blocker/out"}, "Export failed: "},
-        {{"generate", "--source", amen, "--mashup", "elsewhere/amen_s16.wav", "--output", "out"}, "marquetry-cli: "},
-        {{"generate", "--source", amen, "--colour", "red", "--output", "out"}, "marquetry-cli: "},
-        {{"generate", "--source", amen}, "marquetry-cli: "},
-        {{"generate", "--source", amen, "--slices", "16x", "--output", "out"}, "marquetry-cli: "},
-        {{"generate", "--source", amen, "--model", "Blender", "--output", "out"}, "marquetry-cli: "},
-        {{"generate", "--source", amen, "--pick", "2,11", "--output", "out"}, "marquetry-cli: "},
-        {{"generate", "--source", "source/missing.wav", "--output", "out"}, "marquetry-cli: "},
-        {{}, "marquetry-cli: "},
+        {{"generate", "--source", at("source/broken.wav"), "--output", out}, 1,
+         "Error loading source: WAV file is too small.\n"},
+        {{"generate", "--source", amen, "--output", at("blocker/out")}, 1, "Export failed: "},
+        {{"generate", "--source", amen, "--mashup", at("elsewhere/a.wav"), "--output", out}, 2,
+         "--mashup file '" + at("elsewhere/a.wav") + "' is not in the source folder '" + source().string() + "'"},
+        {{"generate", "--source", amen}, 2, "--output is required"},
+        {{"generate", "--source", amen, "--slices", "16x", "--output", out}, 2,
+         "--slices expects a whole number, not '16x'"},
+        {{"generate", "--source", amen, "--glitch", "nan", "--output", out}, 2,
+         "--glitch expects a finite number, not 'nan'"},
+        {{"generate", "--source", amen, "--model", "Blender", "--output", out}, 2,
+         "--model expects one of Grid, Transient, Dice, Swarm, Glitch, Pivot, Interlock, Drift, Momentum, not "
+         "'Blender'"},
+        {{"generate", "--source", amen, "--pick", "2,11", "--output", out}, 2,
+         "--pick 11 is beyond the 10 variation(s) to be generated"},
+        {{"generate", "--source", at("source/missing.wav"), "--output", out}, 2,
+         "cannot find the source file '" + at("source/missing.wav") + "'"},
+        {{"replay", "--output", out}, 2, "manifest is required"},
+        {{"import", amen}, 2, "--to is required"},
+        {{}, 2, "no command given"},
     };
-    for (const auto& [arguments, errStart] : cases) {
-        const auto result = run(arguments);
+    for (const auto& [arguments, exitCode, message] : cases) {
+        const Outcome result = run(arguments);
         SCOPED_TRACE(result.err);
-        EXPECT_TRUE(result.err.starts_with(errStart));
-        if (errStart == "marquetry-cli: ") {
-            EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.exitCode, exitCode);
+        if (exitCode == 2) {
             EXPECT_EQ(result.out, "");
-            EXPECT_NE(result.err.find("Usage:"), std::string::npos);
+            EXPECT_TRUE(result.err.starts_with("marquetry-cli: " + message + "\n\nUsage:\n"));
         } else {
-            EXPECT_EQ(result.exitCode, 1);
+            EXPECT_TRUE(result.err.starts_with(message));
             // A source that fails to load stops the run before any status is
             // printed; a run that started ends its output with the failure.
             const std::string failure = result.err.substr(0, result.err.find('\n') + 1);
             EXPECT_TRUE(result.out.empty() || result.out.ends_with(failure)) << result.out;
         }
     }
-    EXPECT_FALSE(fs::exists(at("out"))) << "no folder may be made without an export";
+    EXPECT_FALSE(fs::exists(out)) << "no folder may be made without an export";
     EXPECT_EQ(folderContents(source()).size(), 3u);
+}
+
+TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
+    const auto parsed = parseArguments({"generate", "--source=a.wav", "--mashup", "b.wav", "--mashup=c.wav", "--slices",
+                                        "8", "--variations=3", "--model", "pivot", "--seed", "x", "--glitch", "0.9",
+                                        "--pick", "3,1,3", "--output", "~/out", "--manifest", "run.json"});
+    ASSERT_TRUE(std::holds_alternative<CliArguments>(parsed)) << std::get<std::string>(parsed);
+    const GenerateOptions& options = std::get<CliArguments>(parsed).generate;
+    const std::string here = fs::current_path().string();
+    EXPECT_EQ(options.sourceFile, here + "/a.wav");
+    EXPECT_EQ(options.mashupFiles, (std::vector<std::string>{here + "/b.wav", here + "/c.wav"}));
+    EXPECT_EQ(std::tuple(options.slices, options.versions, options.chopModel, options.seedText, options.glitchAmount),
+              std::tuple(8, 3, chop::ChopModel::pivot, "x", 0.9));
+    EXPECT_EQ(std::tuple(options.outputDir, options.picks, options.manifestPath),
+              std::tuple("~/out", std::vector<std::int64_t>{1, 3}, "run.json"));
+
+    for (const chop::ChopModel model : chop::allChopModels) {
+        for (const auto change : {::tolower, ::toupper}) {
+            std::string name(chop::label(model));
+            for (char& c : name)
+                c = static_cast<char>(change(static_cast<unsigned char>(c)));
+            const auto chosen = parseArguments({"generate", "--source", "a.wav", "--model", name, "--output", "o"});
+            EXPECT_EQ(std::get<CliArguments>(chosen).generate.chopModel, model) << name;
+        }
+    }
+}
+
+TEST_F(CliInProcess, HelpAndVersionGoToStandardOutput) {
+    for (const auto& arguments : {std::vector<std::string>{"--help"}, {"generate", "--colour", "-h"}}) {
+        const Outcome help = run(arguments);
+        EXPECT_EQ(std::tuple(help.exitCode, help.out, help.err), std::tuple(0, usageText(), ""));
+    }
+    EXPECT_EQ(run({"--version"}).out, "marquetry-cli " MARQUETRY_VERSION "\n");
 }
 
 // A named pipe blocks whoever opens it for reading; the command line must
@@ -244,25 +225,15 @@ TEST_F(Cli, VariationCountsBeyondMemoryAreRefusedBeforeTheRun) {
     EXPECT_EQ(huge.out, "");
 }
 
-TEST_F(Cli, HelpAndVersionGoToStandardOutput) {
-    const auto help = run({"--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    EXPECT_TRUE(help.out.starts_with("Usage:"));
-    EXPECT_EQ(help.err, "");
-    const auto version = run({"--version"});
-    EXPECT_EQ(version.exitCode, 0);
-    EXPECT_EQ(version.out, "marquetry-cli " MARQUETRY_VERSION "\n");
-}
-
 // A reader that stops early (`| head -1`) must not cost the export.
 TEST_F(Cli, ExportsAllAfterItsOutputReaderHasGone) {
     copyLoops({"amen_s16.wav"});
-    const std::string command = "cd " + shellQuoted(root_.string()) + " && { HOME=" + shellQuoted(home().string())
+    const std::string command = "cd " + shellQuoted(root.string()) + " && { HOME=" + shellQuoted(home().string())
                                 + " " + shellQuoted(MARQUETRY_CLI)
                                 + " generate --source source/amen_s16.wav --output out; echo $? >status.txt; } | true";
     ASSERT_EQ(std::system(command.c_str()), 0);
-    EXPECT_EQ(readText(at("status.txt")), "0\n");
-    EXPECT_EQ(folderContents(at("out")).size(), 10u);
+    EXPECT_EQ(readText(root / "status.txt"), "0\n");
+    EXPECT_EQ(folderContents(root / "out").size(), 10u);
 }
 
 } // namespace

@@ -1,61 +1,23 @@
 // Manifests and replay, in process: a run described, then run again from its
 // description to the same bytes, and refused when its sources moved on.
-#include "cli/Cli.hpp"
+#include "CliFixture.hpp"
+
 #include "model/Sha256.hpp"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
 
 namespace marquetry::cli {
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string readText(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::map<std::string, std::string> folderContents(const fs::path& folder) {
-    std::map<std::string, std::string> contents;
-    for (const auto& entry : fs::directory_iterator(folder))
-        contents[entry.path().filename().string()] = readText(entry.path());
-    return contents;
-}
 
 std::string sha256(const std::string& bytes) {
     return model::sha256Hex(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
 }
 
-struct Outcome {
-    int exitCode;
-    std::string out, err;
-};
-
-class Replay : public ::testing::Test {
+class Replay : public CliFixture {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "marquetry-replay-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        root = pattern;
-        fs::create_directories(root / "source");
-        for (const char* name : {"amen_s16.wav", "breakbeat_s16.wav"})
-            fs::copy_file(fs::path(MARQUETRY_TEST_LOOPS_DIR) / name, root / "source" / name);
-    }
-    void TearDown() override { fs::remove_all(root); }
-
-    Outcome run(std::vector<std::string> arguments) const {
-        std::ostringstream out, err;
-        const int code = runCli(arguments, out, err);
-        return {code, out.str(), err.str()};
-    }
-    std::string at(const std::string& relative) const { return (root / relative).string(); }
+    Replay() { copyLoops({"amen_s16.wav", "breakbeat_s16.wav"}); }
 
     // A Glitch mashup with a blank seed, two of five variations kept: the
     // seed, the pool and every treatment must all come back from the file.
@@ -64,13 +26,12 @@ protected:
                     "--mashup", at("source/breakbeat_s16.wav"), "--model", "glitch", "--variations", "5",
                     "--glitch", "0.8", "--pick", "2,4", "--output", at("first"), "--manifest", at("run.json")});
     }
-
-    fs::path root;
 };
 
 TEST_F(Replay, ManifestDescribesTheRunAndReplayWritesTheSameFiles) {
     const Outcome first = generateWithManifest();
     ASSERT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_NE(first.out.find("Generated 5 preview loop(s) from 2 source files using Glitch"), std::string::npos);
     const auto manifest = nlohmann::json::parse(readText(at("run.json")));
     const auto files = folderContents(at("first"));
     ASSERT_EQ(files.size(), 2u);

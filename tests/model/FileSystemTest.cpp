@@ -10,7 +10,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <numeric>
 
 namespace marquetry::model::test {
 namespace {
@@ -18,12 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
-
-audio::Bytes counting(std::size_t size) {
-    audio::Bytes bytes(size);
-    std::iota(bytes.begin(), bytes.end(), std::uint8_t{7});
-    return bytes;
-}
+using audio::test::counting;
 
 class FileSystemTest : public ModelTest {
 protected:
