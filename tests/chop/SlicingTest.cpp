@@ -86,12 +86,20 @@ TEST(StochasticBoundaries, EndWhenSlicesOutnumberFramesAndDrawNothingForNone) {
     }
 }
 
-TEST(CreateSlices, DropsEmptySlicesOfATinySource) {
+// The even split refuses a source with fewer frames than slices; the other
+// cuts give one frame per slice at most, and nothing for no frames.
+TEST(CreateSlices, DropsEmptySlicesOfATinySourceOrRefusesItForAnEvenSplit) {
     const auto wav = numberedFrames(3);
+    for (const ChopModel model : allChopModels) {
+        SeededGenerator rng(1);
+        if (model == ChopModel::transient || model == ChopModel::dice || model == ChopModel::swarm)
+            EXPECT_EQ(shapeOf(createSlices(wav, 8, model, rng)), (Shape{{1, 0}, {1, 1}, {1, 2}})) << label(model);
+        else
+            EXPECT_THAT([&] { createSlices(wav, 8, model, rng); },
+                        ThrowsMessage<AppError>(StrEq("Input loop too short for 8 slices.")))
+                << label(model);
+    }
     SeededGenerator rng(1);
-    for (const ChopModel model : {ChopModel::transient, ChopModel::dice, ChopModel::swarm})
-        EXPECT_EQ(shapeOf(createSlices(wav, 8, model, rng)), (Shape{{1, 0}, {1, 1}, {1, 2}})) << label(model);
-    EXPECT_THROW(createSlices(wav, 8, ChopModel::grid, rng), AppError);
     EXPECT_TRUE(createSlices(numberedFrames(0), 8, ChopModel::swarm, rng).empty());
 }
 
