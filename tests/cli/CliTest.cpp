@@ -1,22 +1,262 @@
-// The command line: its arguments and refusals in process, and the real
-// program where only a process shows the fault (its streams and exit
-// statuses, a signal, a memory limit, a read that blocks), with HOME pointed
-// at an empty folder of its own.
-#include "CliFixture.hpp"
+// The command line in process: its arguments, refusals, manifests, replay
+// and import; then the real program where only a process shows the fault
+// (its streams and exit statuses, a signal, a memory limit, a read that
+// blocks), with HOME pointed at an empty folder of its own.
+#include "cli/Cli.hpp"
+#include "cli/CliArguments.hpp"
 
 #include "audio/WavWriter.hpp"
-#include "cli/CliArguments.hpp"
+#include "model/Sha256.hpp"
+
+#include "support/TestFiles.hpp"
+#include "support/WavImageBuilder.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace marquetry::cli {
 namespace {
+
+namespace fs = std::filesystem;
+using audio::test::folderContents;
+using audio::test::readText;
+
+struct Outcome {
+    int exitCode = -1;
+    std::string out, err;
+};
+
+// A temporary folder with a source folder for real drum breaks.
+class CliFixture : public ::testing::Test {
+protected:
+    CliFixture() { fs::create_directories(source()); }
+
+    fs::path source() const { return root / "source"; }
+    std::string at(const std::string& relative) const { return (root / relative).string(); }
+
+    void copyLoops(std::initializer_list<const char*> names) const {
+        for (const char* name : names)
+            fs::copy_file(audio::test::testLoopPath(name), source() / name);
+    }
+
+    Outcome run(const std::vector<std::string>& arguments) const {
+        std::ostringstream out, err;
+        const int code = runCli(arguments, out, err);
+        return {code, out.str(), err.str()};
+    }
+
+    const audio::test::TemporaryFolder temporary;
+    const fs::path root = temporary.path;
+};
+
+using CliInProcess = CliFixture;
+
+// Every refusal in its own words; none writes a file.
+TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
+    copyLoops({"amen_s16.wav"});
+    // Ten frames: a valid WAV too short to cut into 16 slices.
+    audio::test::writeFile(at("source/tiny.wav"),
+                           audio::buildWavFileData(audio::test::record(1, 1, 2, 16), audio::Bytes(20, 0)));
+    std::ofstream(source() / "broken.wav") << "not a wave";
+    std::ofstream(root / "blocker") << "a file where the folder should go";
+    fs::create_directories(root / "elsewhere");
+
+    const std::string amen = at("source/amen_s16.wav");
+    const std::string out = at("out");
+    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+        {{"generate", "--source", amen, "--variations", "0", "--output", out}, 1,
+         "Slices must be >= 4 and versions >= 1.\n"},
+        {{"generate", "--source", at("source/tiny.wav"), "--output", out}, 1,
+         "Error: Input loop too short for 16 slices.\n"},
+        {{"generate", "--source", at("source/broken.wav"), "--output", out}, 1,
+         "Error loading source: WAV file is too small.\n"},
+        {{"generate", "--source", amen, "--output", at("blocker/out")}, 1, "Export failed: "},
+        {{"generate", "--source", amen, "--mashup", at("elsewhere/a.wav"), "--output", out}, 2,
+         "--mashup file '" + at("elsewhere/a.wav") + "' is not in the source folder '" + source().string() + "'"},
+        {{"generate", "--source", amen}, 2, "--output is required"},
+        {{"generate", "--source", amen, "--slices", "16x", "--output", out}, 2,
+         "--slices expects a whole number, not '16x'"},
+        {{"generate", "--source", amen, "--glitch", "nan", "--output", out}, 2,
+         "--glitch expects a finite number, not 'nan'"},
+        {{"generate", "--source", amen, "--model", "Blender", "--output", out}, 2,
+         "--model expects one of Grid, Transient, Dice, Swarm, Glitch, Pivot, Interlock, Drift, Momentum, not "
+         "'Blender'"},
+        {{"generate", "--source", amen, "--pick", "2,11", "--output", out}, 2,
+         "--pick 11 is beyond the 10 variation(s) to be generated"},
+        {{"generate", "--source", at("source/missing.wav"), "--output", out}, 2,
+         "cannot find the source file '" + at("source/missing.wav") + "'"},
+        {{}, 2, "no command given"},
+    };
+    for (const auto& [arguments, exitCode, message] : cases) {
+        const Outcome result = run(arguments);
+        SCOPED_TRACE(result.err);
+        EXPECT_EQ(result.exitCode, exitCode);
+        if (exitCode == 2) {
+            EXPECT_EQ(result.out, "");
+            EXPECT_TRUE(result.err.starts_with("marquetry-cli: " + message + "\n\nUsage:\n"));
+        } else {
+            EXPECT_TRUE(result.err.starts_with(message));
+            // A source that fails to load stops the run before any status is
+            // printed; a run that started ends its output with the failure.
+            const std::string failure = result.err.substr(0, result.err.find('\n') + 1);
+            EXPECT_TRUE(result.out.empty() || result.out.ends_with(failure)) << result.out;
+        }
+    }
+    EXPECT_FALSE(fs::exists(out)) << "no folder may be made without an export";
+    EXPECT_EQ(folderContents(source()).size(), 3u);
+}
+
+TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
+    const auto parsed = parseArguments({"generate", "--source=a.wav", "--mashup", "b.wav", "--mashup=c.wav", "--slices",
+                                        "8", "--variations=3", "--model", "pivot", "--seed", "x", "--glitch", "0.9",
+                                        "--pick", "3,1,3", "--output", "~/out", "--manifest", "run.json"});
+    ASSERT_TRUE(std::holds_alternative<CliArguments>(parsed)) << std::get<std::string>(parsed);
+    const GenerateOptions& options = std::get<CliArguments>(parsed).generate;
+    const std::string here = fs::current_path().string();
+    EXPECT_EQ(options.sourceFile, here + "/a.wav");
+    EXPECT_EQ(options.mashupFiles, (std::vector<std::string>{here + "/b.wav", here + "/c.wav"}));
+    EXPECT_EQ(std::tuple(options.slices, options.versions, options.chopModel, options.seedText, options.glitchAmount),
+              std::tuple(8, 3, chop::ChopModel::pivot, "x", 0.9));
+    EXPECT_EQ(std::tuple(options.outputDir, options.picks, options.manifestPath),
+              std::tuple("~/out", std::vector<std::int64_t>{1, 3}, "run.json"));
+
+    for (const chop::ChopModel model : chop::allChopModels) {
+        for (const auto change : {::tolower, ::toupper}) {
+            std::string name(chop::label(model));
+            for (char& c : name)
+                c = static_cast<char>(change(static_cast<unsigned char>(c)));
+            const auto chosen = parseArguments({"generate", "--source", "a.wav", "--model", name, "--output", "o"});
+            EXPECT_EQ(std::get<CliArguments>(chosen).generate.chopModel, model) << name;
+        }
+    }
+}
+
+TEST_F(CliInProcess, HelpAndVersionGoToStandardOutput) {
+    for (const auto& arguments : {std::vector<std::string>{"--help"}, {"generate", "--colour", "-h"}}) {
+        const Outcome help = run(arguments);
+        EXPECT_EQ(std::tuple(help.exitCode, help.out, help.err), std::tuple(0, usageText(), ""));
+    }
+    EXPECT_EQ(run({"--version"}).out, "marquetry-cli " MARQUETRY_VERSION "\n");
+}
+
+std::string sha256(const std::string& bytes) {
+    return model::sha256Hex(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
+
+class Replay : public CliFixture {
+protected:
+    Replay() { copyLoops({"amen_s16.wav", "breakbeat_s16.wav"}); }
+
+    // A Glitch mashup with a blank seed, two of five variations kept: the
+    // seed, the pool and every treatment must all come back from the file.
+    Outcome generateWithManifest() const {
+        return run({"generate", "--source", at("source/amen_s16.wav"), "--mashup", at("source/amen_s16.wav"),
+                    "--mashup", at("source/breakbeat_s16.wav"), "--model", "glitch", "--variations", "5",
+                    "--glitch", "0.8", "--pick", "2,4", "--output", at("first"), "--manifest", at("run.json")});
+    }
+};
+
+TEST_F(Replay, ManifestDescribesTheRunAndReplayWritesTheSameFiles) {
+    const Outcome first = generateWithManifest();
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_NE(first.out.find("Generated 5 preview loop(s) from 2 source files using Glitch"), std::string::npos);
+    const auto manifest = nlohmann::json::parse(readText(at("run.json")));
+    const auto files = folderContents(at("first"));
+    ASSERT_EQ(files.size(), 2u);
+
+    EXPECT_EQ(manifest["settings"]["seedText"], "");
+    EXPECT_NE(first.err.find("Seed of this run: " + std::to_string(manifest["settings"]["seed"].get<std::uint64_t>())
+                             + " (no seed was given, so the clock chose it)"),
+              std::string::npos)
+        << first.err;
+    EXPECT_EQ(sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    ASSERT_EQ(manifest["sources"].size(), 2u);
+    for (const auto& source : manifest["sources"])
+        EXPECT_EQ(source["sha256"], sha256(readText(source["path"].get<std::string>())));
+
+    ASSERT_EQ(manifest["variations"].size(), 2u);
+    for (const auto& variation : manifest["variations"]) {
+        const std::string bytes = files.at(variation["name"].get<std::string>());
+        EXPECT_EQ(variation["sha256"], sha256(bytes));
+        EXPECT_EQ(variation["frames"].get<std::size_t>(), (bytes.size() - 44) / 4);
+        std::int64_t next = 0;
+        for (const auto& placement : variation["placements"]) {
+            EXPECT_EQ(placement["start"].get<std::int64_t>(), next);
+            next += placement["frames"].get<std::int64_t>();
+            const auto& source = manifest["sources"][placement["source"].get<std::size_t>()];
+            EXPECT_LE(placement["sourceStart"].get<std::int64_t>() + placement["sourceFrames"].get<std::int64_t>(),
+                      source["frames"].get<std::int64_t>());
+        }
+        EXPECT_EQ(next, variation["frames"].get<std::int64_t>());
+    }
+
+    const Outcome again = run({"replay", at("run.json"), "--output", at("again")});
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_EQ(folderContents(at("again")), files);
+}
+
+TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
+    ASSERT_EQ(generateWithManifest().exitCode, 0);
+    const std::string good = readText(at("run.json"));
+    const auto write = [&](const std::string& name, const std::string& text) {
+        std::ofstream(root / name, std::ios::binary) << text;
+        return at(name);
+    };
+    std::string wrongType = good;
+    wrongType.replace(wrongType.find("\"slices\": 16"), 12, "\"slices\": \"16\"");
+    std::string hugeSeed = good;
+    hugeSeed.replace(hugeSeed.find("\"seed\": "), 8, "\"seed\": -");
+
+    const std::pair<std::string, std::string> cases[] = {
+        {write("notjson.json", "{\"format\": "), "Replay refused: The manifest is not usable: it is not valid JSON."},
+        {write("other.json", "{\"format\": \"something else\"}"),
+         "Replay refused: The manifest is not usable: it is not a Marquetry manifest."},
+        {write("wrongtype.json", wrongType),
+         "Replay refused: The manifest is not usable: \"slices\" in \"settings\" is not a whole number."},
+        {write("negative.json", hugeSeed),
+         "Replay refused: The manifest is not usable: \"seed\" in \"settings\" is not a whole number from 0."},
+        {at("missing.json"), "Replay refused: " + at("missing.json") + ": No such file or directory."},
+    };
+    for (const auto& [manifest, message] : cases) {
+        const Outcome refused = run({"replay", manifest, "--output", at("out")});
+        EXPECT_EQ(refused.exitCode, 1);
+        EXPECT_EQ(refused.err, message + " Nothing was written.\n");
+    }
+
+    std::ofstream(root / "source" / "breakbeat_s16.wav", std::ios::app) << "x";
+    const Outcome changed = run({"replay", at("run.json"), "--output", at("out")});
+    EXPECT_EQ(changed.exitCode, 1);
+    EXPECT_EQ(changed.err, "Replay refused: " + at("source/breakbeat_s16.wav")
+                               + " has changed since the manifest was written. Nothing was written.\n");
+    EXPECT_FALSE(fs::exists(at("out")));
+}
+
+// One line per file, refusals included, and exit 1 when any was refused.
+TEST_F(CliInProcess, ImportConvertsWhatItCanAndSaysWhyForTheRest) {
+    const std::string flac = audio::test::testLoopPath("import/amen_s16.flac");
+    std::ofstream(root / "notes.txt") << "not audio";
+    const Outcome result = run({"import", flac, at("notes.txt"), flac, "--to", at("source")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.out.starts_with(at("source/amen_s16.wav") + "\n" + at("notes.txt") + ": Not an audio file"))
+        << result.out;
+    EXPECT_TRUE(result.out.ends_with(at("source/amen_s16-2.wav") + "\n")) << result.out;
+    EXPECT_EQ(run({"import", flac, "--to", at("new/folder")}).out, at("new/folder/amen_s16.wav") + "\n");
+}
+
+// The real program, for what only a process shows.
 
 std::string shellQuoted(const std::string& text) {
     std::string quoted = "'";
@@ -99,98 +339,6 @@ TEST_F(Cli, AFailedRunExitsOneAndAnArgumentErrorTwo) {
                                         "Usage:\n"))
         << refused.err;
     EXPECT_FALSE(fs::exists(root / "out"));
-}
-
-using CliInProcess = CliFixture;
-
-// Every refusal in its own words; none writes a file.
-TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
-    copyLoops({"amen_s16.wav"});
-    // Ten frames: a valid WAV too short to cut into 16 slices.
-    audio::test::writeFile(at("source/tiny.wav"),
-                           audio::buildWavFileData(audio::test::record(1, 1, 2, 16), audio::Bytes(20, 0)));
-    std::ofstream(source() / "broken.wav") << "not a wave";
-    std::ofstream(root / "blocker") << "a file where the folder should go";
-    fs::create_directories(root / "elsewhere");
-
-    const std::string amen = at("source/amen_s16.wav");
-    const std::string out = at("out");
-    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
-        {{"generate", "--source", amen, "--variations", "0", "--output", out}, 1,
-         "Slices must be >= 4 and versions >= 1.\n"},
-        {{"generate", "--source", at("source/tiny.wav"), "--output", out}, 1,
-         "Error: Input loop too short for 16 slices.\n"},
-        {{"generate", "--source", at("source/broken.wav"), "--output", out}, 1,
-         "Error loading source: WAV file is too small.\n"},
-        {{"generate", "--source", amen, "--output", at("blocker/out")}, 1, "Export failed: "},
-        {{"generate", "--source", amen, "--mashup", at("elsewhere/a.wav"), "--output", out}, 2,
-         "--mashup file '" + at("elsewhere/a.wav") + "' is not in the source folder '" + source().string() + "'"},
-        {{"generate", "--source", amen}, 2, "--output is required"},
-        {{"generate", "--source", amen, "--slices", "16x", "--output", out}, 2,
-         "--slices expects a whole number, not '16x'"},
-        {{"generate", "--source", amen, "--glitch", "nan", "--output", out}, 2,
-         "--glitch expects a finite number, not 'nan'"},
-        {{"generate", "--source", amen, "--model", "Blender", "--output", out}, 2,
-         "--model expects one of Grid, Transient, Dice, Swarm, Glitch, Pivot, Interlock, Drift, Momentum, not "
-         "'Blender'"},
-        {{"generate", "--source", amen, "--pick", "2,11", "--output", out}, 2,
-         "--pick 11 is beyond the 10 variation(s) to be generated"},
-        {{"generate", "--source", at("source/missing.wav"), "--output", out}, 2,
-         "cannot find the source file '" + at("source/missing.wav") + "'"},
-        {{"replay", "--output", out}, 2, "manifest is required"},
-        {{"import", amen}, 2, "--to is required"},
-        {{}, 2, "no command given"},
-    };
-    for (const auto& [arguments, exitCode, message] : cases) {
-        const Outcome result = run(arguments);
-        SCOPED_TRACE(result.err);
-        EXPECT_EQ(result.exitCode, exitCode);
-        if (exitCode == 2) {
-            EXPECT_EQ(result.out, "");
-            EXPECT_TRUE(result.err.starts_with("marquetry-cli: " + message + "\n\nUsage:\n"));
-        } else {
-            EXPECT_TRUE(result.err.starts_with(message));
-            // A source that fails to load stops the run before any status is
-            // printed; a run that started ends its output with the failure.
-            const std::string failure = result.err.substr(0, result.err.find('\n') + 1);
-            EXPECT_TRUE(result.out.empty() || result.out.ends_with(failure)) << result.out;
-        }
-    }
-    EXPECT_FALSE(fs::exists(out)) << "no folder may be made without an export";
-    EXPECT_EQ(folderContents(source()).size(), 3u);
-}
-
-TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
-    const auto parsed = parseArguments({"generate", "--source=a.wav", "--mashup", "b.wav", "--mashup=c.wav", "--slices",
-                                        "8", "--variations=3", "--model", "pivot", "--seed", "x", "--glitch", "0.9",
-                                        "--pick", "3,1,3", "--output", "~/out", "--manifest", "run.json"});
-    ASSERT_TRUE(std::holds_alternative<CliArguments>(parsed)) << std::get<std::string>(parsed);
-    const GenerateOptions& options = std::get<CliArguments>(parsed).generate;
-    const std::string here = fs::current_path().string();
-    EXPECT_EQ(options.sourceFile, here + "/a.wav");
-    EXPECT_EQ(options.mashupFiles, (std::vector<std::string>{here + "/b.wav", here + "/c.wav"}));
-    EXPECT_EQ(std::tuple(options.slices, options.versions, options.chopModel, options.seedText, options.glitchAmount),
-              std::tuple(8, 3, chop::ChopModel::pivot, "x", 0.9));
-    EXPECT_EQ(std::tuple(options.outputDir, options.picks, options.manifestPath),
-              std::tuple("~/out", std::vector<std::int64_t>{1, 3}, "run.json"));
-
-    for (const chop::ChopModel model : chop::allChopModels) {
-        for (const auto change : {::tolower, ::toupper}) {
-            std::string name(chop::label(model));
-            for (char& c : name)
-                c = static_cast<char>(change(static_cast<unsigned char>(c)));
-            const auto chosen = parseArguments({"generate", "--source", "a.wav", "--model", name, "--output", "o"});
-            EXPECT_EQ(std::get<CliArguments>(chosen).generate.chopModel, model) << name;
-        }
-    }
-}
-
-TEST_F(CliInProcess, HelpAndVersionGoToStandardOutput) {
-    for (const auto& arguments : {std::vector<std::string>{"--help"}, {"generate", "--colour", "-h"}}) {
-        const Outcome help = run(arguments);
-        EXPECT_EQ(std::tuple(help.exitCode, help.out, help.err), std::tuple(0, usageText(), ""));
-    }
-    EXPECT_EQ(run({"--version"}).out, "marquetry-cli " MARQUETRY_VERSION "\n");
 }
 
 // A named pipe blocks whoever opens it for reading; the command line must
