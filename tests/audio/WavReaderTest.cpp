@@ -12,7 +12,6 @@
 
 #include <filesystem>
 #include <numeric>
-#include <optional>
 #include <system_error>
 #include <tuple>
 
@@ -20,9 +19,12 @@ namespace marquetry::audio {
 namespace {
 
 using namespace test;
+using testing::AnyOfArray;
+using testing::Contains;
+using testing::ThrowsMessage;
 
 // In the order the reader checks them.
-const char* const messages[] = {"WAV file is too small.",      "Invalid WAV header.",
+const std::string messages[] = {"WAV file is too small.",      "Invalid WAV header.",
                                 "Corrupt chunk data.",         "Invalid fmt chunk.",
                                 "Missing fmt or data chunks.", "Only PCM/float WAV files are supported.",
                                 "Invalid block alignment."};
@@ -33,18 +35,6 @@ Bytes bytes(std::size_t size, std::uint8_t first = 1) { return counting(size, fi
 
 const Bytes stereo16 = fmt(1, 2, 4, 16);
 const Bytes canonicalEmpty = concat(riff("RIFF", "WAVE", 36), stereo16, chunk("data", {}));
-
-// The message of the AppError parsing raises, or nothing when it decodes; any
-// other exception escapes and fails the test.
-std::optional<std::string> failureOf(const Bytes& image) {
-    try {
-        parseWav(image);
-    } catch (const AppError& error) {
-        EXPECT_EQ(error.kind(), AppError::Kind::invalidWav);
-        return error.what();
-    }
-    return std::nullopt;
-}
 
 // In the order of the checks; cases with two faults show which check wins.
 TEST(WavReader, RejectsWithTheFirstFailingChecksMessage) {
@@ -66,7 +56,7 @@ TEST(WavReader, RejectsWithTheFirstFailingChecksMessage) {
         {"10 bytes of stereo 16-bit", concat(riff(), stereo16, chunk("data", bytes(10))), badAlign},
     };
     for (const auto& [name, image, message] : rejections)
-        EXPECT_EQ(failureOf(image), messages[message]) << name;
+        EXPECT_THAT([&] { parseWav(image); }, ThrowsMessage<AppError>(messages[message])) << name;
 }
 
 TEST(WavReader, AcceptsAndKeepsFieldsAndPayloadAsStored) {
@@ -176,7 +166,7 @@ void expectDecodesOrFailsCleanly(const Bytes& image) {
         ASSERT_GE(wav.blockAlign, 1);
         EXPECT_EQ(wav.pcmData.size() % wav.blockAlign, 0u);
     } catch (const AppError& error) {
-        EXPECT_THAT(messages, testing::Contains(testing::StrEq(error.what())));
+        EXPECT_THAT(messages, Contains(error.what()));
     }
 }
 
@@ -188,8 +178,7 @@ TEST(WavReader, SurvivesTruncatedAndDamagedRealFiles) {
     for (const std::size_t length : lengths) {
         SCOPED_TRACE(length);
         const Bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length));
-        EXPECT_TRUE(failureOf(cut));
-        expectDecodesOrFailsCleanly(cut);
+        EXPECT_THAT([&] { parseWav(cut); }, ThrowsMessage<AppError>(AnyOfArray(messages)));
     }
     for (std::size_t at = 0; at < 64; ++at) {
         for (const int mask : {0x01, 0x80, 0xFF}) {

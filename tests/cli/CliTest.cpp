@@ -87,8 +87,8 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         {{"generate", "--source", amen, "--mashup", at("elsewhere/a.wav"), "--output", out}, 2,
          "--mashup file '" + at("elsewhere/a.wav") + "' is not in the source folder '" + source().string() + "'"},
         {{"generate", "--source", amen}, 2, "--output is required"},
-        {{"generate", "--source", amen, "--slices", "16x", "--output", out}, 2,
-         "--slices expects a whole number, not '16x'"},
+        {{"generate", "--source", amen, "--slices", "4.5", "--output", out}, 2,
+         "--slices expects a whole number, not '4.5'"},
         {{"generate", "--source", amen, "--glitch", "nan", "--output", out}, 2,
          "--glitch expects a finite number, not 'nan'"},
         {{"generate", "--source", amen, "--model", "Blender", "--output", out}, 2,
@@ -99,6 +99,7 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         {{"generate", "--source", at("source/missing.wav"), "--output", out}, 2,
          "cannot find the source file '" + at("source/missing.wav") + "'"},
         {{}, 2, "no command given"},
+        {{"generate", "--source", amen, "--colour", "red", "--output", out}, 2, ""}, // in the parser's own words
     };
     for (const auto& [arguments, exitCode, message] : cases) {
         const Outcome result = run(arguments);
@@ -106,7 +107,8 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         EXPECT_EQ(result.exitCode, exitCode);
         if (exitCode == 2) {
             EXPECT_EQ(result.out, "");
-            EXPECT_TRUE(result.err.starts_with("marquetry-cli: " + message + "\n\nUsage:\n"));
+            EXPECT_TRUE(result.err.starts_with("marquetry-cli: ") && result.err.ends_with("\n\n" + usageText()));
+            EXPECT_TRUE(message.empty() || result.err == "marquetry-cli: " + message + "\n\n" + usageText());
         } else {
             EXPECT_TRUE(result.err.starts_with(message));
             // A source that fails to load stops the run before any status is
@@ -332,12 +334,10 @@ TEST_F(Cli, AFailedRunExitsOneAndAnArgumentErrorTwo) {
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_EQ(failed.err, "Slices must be >= 4 and versions >= 1.\n");
     EXPECT_TRUE(failed.out.ends_with(failed.err)) << failed.out;
-    const auto refused = generate("out", {"--colour", "red"});
+    const auto refused = generate("out", {"--slices", "16x"});
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_EQ(refused.out, "");
-    EXPECT_TRUE(refused.err.starts_with("marquetry-cli: The following arguments were not expected: red --colour\n\n"
-                                        "Usage:\n"))
-        << refused.err;
+    EXPECT_EQ(refused.err, "marquetry-cli: --slices expects a whole number, not '16x'\n\n" + usageText());
     EXPECT_FALSE(fs::exists(root / "out"));
 }
 

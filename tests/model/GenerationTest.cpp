@@ -86,25 +86,32 @@ TEST_F(AppModelGeneration, EveryRunHasFreshIdsAndABlankSeedIsTheClocksSecond) {
     EXPECT_EQ(runs[1], runs[0]);
 }
 
-TEST_F(AppModelGeneration, MashupPoolsTheCheckedFilesInCaseSensitivePathOrder) {
+// By whole path, case-sensitively and after canonical composition: "C.wav"
+// before "b.wav", and "f.wav" before an "é.wav" whose name is stored
+// decomposed, which byte by byte would come first.
+TEST_F(AppModelGeneration, MashupPoolsTheCheckedFilesInCaseSensitiveNormalizedPathOrder) {
     const std::string main = addLoop("Main.wav");
-    const std::vector<std::string> checked = {addLoop("a.wav", "breakbeat_s16.wav"), addLoop("b.wav"),
-                                              addLoop("C.wav", "amen_mono_s16.wav")};
+    const std::vector<std::string> checked = {addLoop("b.wav", "breakbeat_s16.wav"), addLoop("e\xCC\x81.wav"),
+                                              addLoop("C.wav", "amen_mono_s16.wav"), addLoop("f.wav")};
     AppModel& m = start();
     m.selectFile(main);
     const std::vector<double> mainWaveform = m.sourceWaveform();
-    const std::tuple<bool, bool, std::string, const char*> cases[] = {
-        {true, true, checked[2], "from 3 source files"}, // "C.wav" sorts before "a.wav"
-        {true, false, main, "from 1 source files"},
-        {false, true, main, "from 1 source file"},
+    const std::tuple<bool, bool, std::vector<std::string>, const char*> cases[] = {
+        {true, true, {checked[2], checked[0], checked[3], checked[1]}, "from 4 source files"},
+        {true, false, {main}, "from 1 source files"},
+        {false, true, {main}, "from 1 source file"},
     };
-    for (const auto& [mashup, check, reference, from] : cases) {
+    for (const auto& [mashup, check, pooled, from] : cases) {
         m.setMashupMode(mashup);
         for (const std::string& path : checked)
             m.toggleMashupMembership(path, check);
         generate();
         EXPECT_EQ(m.status(), std::string("Generated 10 preview loop(s) ") + from + " using Grid chop model.");
-        EXPECT_EQ(m.sourceWavData(), audio::loadWav(reference)) << from;
+        std::vector<std::string> sources;
+        for (const SourceRecord& source : m.lastRun()->sources)
+            sources.push_back(source.path);
+        EXPECT_EQ(sources, pooled);
+        EXPECT_EQ(m.sourceWavData(), audio::loadWav(pooled[0])) << from;
         EXPECT_EQ(m.sourceWaveform(), mainWaveform);
         EXPECT_EQ(m.selectedFile(), main);
         EXPECT_THAT(m.generatedLoops().at(0).name, StartsWith("Main_mqtry_grid"));
