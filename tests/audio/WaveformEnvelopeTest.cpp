@@ -39,7 +39,7 @@ TEST(WaveformEnvelope, AimsForTheRequestedPointsInWholeFrameSteps) {
         std::int64_t points;
         std::size_t expected;
     } cases[] = {{44100, 0, 1000, 1003}, {100000, 0, 1000, 1000}, {10, 0, 1000, 10},
-                 {100, 0, 1, 34} /* never fewer than 32 */, {3, 1, 1000, 3} /* partial frame ignored */};
+                 {100, 0, 1, 34} /* never fewer than 32 */, {60, 0, 1, 60}, {3, 1, 1000, 3} /* partial frame ignored */};
     for (const auto& c : cases) {
         const Bytes silence(static_cast<std::size_t>(c.frames) * 2 + c.extraBytes);
         const std::vector<double> envelope = waveformEnvelope(record(1, 1, 2, 16, silence), c.points);

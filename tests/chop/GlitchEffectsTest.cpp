@@ -1,9 +1,10 @@
 #include "chop/GlitchEffects.hpp"
 
+#include "support/WavImageBuilder.hpp"
+
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <numeric>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -14,28 +15,14 @@ namespace {
 using audio::formatFloat;
 using audio::formatPcm;
 using audio::WavData;
+using audio::test::counting;
+using audio::test::record;
+using audio::test::samples16;
 
-WavData format(std::uint16_t code, std::uint16_t channels, std::uint16_t bits) {
-    return {code, channels, 0, 0, static_cast<std::uint16_t>(channels * bits / 8), bits, {}};
-}
-
-Bytes pcm16(std::initializer_list<int> samples) {
-    Bytes out;
-    for (const int s : samples)
-        out.insert(out.end(), {static_cast<std::uint8_t>(s & 0xFF), static_cast<std::uint8_t>((s >> 8) & 0xFF)});
-    return out;
-}
-
-Bytes counting(std::size_t size) {
-    Bytes out(size);
-    std::iota(out.begin(), out.end(), std::uint8_t{1});
-    return out;
-}
-
+const WavData stereo16 = record(formatPcm, 2, 4, 16);
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 TEST(GlitchEffects, FourSlicesFromSeed42TakeTheirKnownDecisions) {
-    const WavData stereo16 = format(formatPcm, 2, 16);
     const Bytes slice = counting(4 * 37 + 3); // ends in a partial frame
     const Bytes reversedStuttered = stutterSliceByFrames(reverseSliceByFrames(slice, 4), 4, 4);
     SeededGenerator rng(42);
@@ -52,10 +39,10 @@ TEST(GlitchEffects, FourSlicesFromSeed42TakeTheirKnownDecisions) {
 // its pitch draw, which takes three more outputs, on 16-bit PCM only.
 TEST(GlitchEffects, UnchangedSlicesDrawOnlyWhatTheirFormatCallsFor) {
     const std::tuple<const char*, Bytes, WavData, std::uint64_t> table[] = {
-        {"empty slice", {}, format(formatPcm, 2, 16), 0},
+        {"empty slice", {}, stereo16, 0},
         {"no frame size", counting(16), WavData{formatPcm, 2, 0, 0, 0, 16, {}}, 0},
-        {"32-bit float", counting(24), format(formatFloat, 2, 32), 2},
-        {"one 16-bit frame", pcm16({1234, -1234}), format(formatPcm, 2, 16), 5},
+        {"32-bit float", counting(24), record(formatFloat, 2, 8, 32), 2},
+        {"one 16-bit frame", samples16({1234, -1234}), stereo16, 5},
     };
     for (const auto& [name, slice, wav, draws] : table) {
         SeededGenerator rng(42);
@@ -67,7 +54,7 @@ TEST(GlitchEffects, UnchangedSlicesDrawOnlyWhatTheirFormatCallsFor) {
 TEST(GlitchEffects, StutterRepeatsFollowTheClampedAmount) {
     // 43 float frames: a 40-byte head, and no repeat count returns the input's
     // length, so the result's length tells the repeats even after a reverse.
-    const WavData monoFloat = format(formatFloat, 1, 32);
+    const WavData monoFloat = record(formatFloat, 1, 4, 32);
     const Bytes floats = counting(4 * 43);
     const std::pair<double, std::set<std::size_t>> repeatTable[] = {
         {-2.0, {2}}, {0.125, {2, 3}}, {0.55, {2, 3, 4}}, {nan, {2, 3, 4, 5, 6}}};
@@ -96,15 +83,15 @@ TEST(GlitchEffects, ReverseAndStutterWorkOnWholeFrames) {
 }
 
 TEST(GlitchEffects, PitchShiftResamplesByLinearInterpolation) {
-    const Bytes ramp = pcm16({0, 1000, 2000, 3000});
+    const Bytes ramp = samples16({0, 1000, 2000, 3000});
     const std::tuple<const char*, Bytes, std::int64_t, double, Bytes> table[] = {
-        {"octave up", ramp, 1, 12.0, pcm16({0, 2000})},
-        {"octave down", ramp, 1, -12.0, pcm16({0, 500, 1000, 1500, 2000, 2500, 3000, 3000})},
-        {"-0.5 rounds away", pcm16({0, -1}), 1, -12.0, pcm16({0, -1, -1, -1})},
-        {"full scale", pcm16({-32768, 32767}), 1, -12.0, pcm16({-32768, -1, 32767, 32767})},
-        {"stereo", pcm16({0, 100, 1000, -100}), 2, -12.0, pcm16({0, 100, 500, 0, 1000, -100, 1000, -100})},
-        {"far up keeps a frame", ramp, 1, 120.0, pcm16({0})},
-        {"one frame", pcm16({5, 6}), 2, -12.0, pcm16({5, 6})},
+        {"octave up", ramp, 1, 12.0, samples16({0, 2000})},
+        {"octave down", ramp, 1, -12.0, samples16({0, 500, 1000, 1500, 2000, 2500, 3000, 3000})},
+        {"-0.5 rounds away", samples16({0, -1}), 1, -12.0, samples16({0, -1, -1, -1})},
+        {"full scale", samples16({-32768, 32767}), 1, -12.0, samples16({-32768, -1, 32767, 32767})},
+        {"stereo", samples16({0, 100, 1000, -100}), 2, -12.0, samples16({0, 100, 500, 0, 1000, -100, 1000, -100})},
+        {"far up keeps a frame", ramp, 1, 120.0, samples16({0})},
+        {"one frame", samples16({5, 6}), 2, -12.0, samples16({5, 6})},
         {"no channels", ramp, 0, 12.0, ramp},
         {"NaN", ramp, 1, nan, ramp},
     };

@@ -1,6 +1,6 @@
 #include "chop/TransientDetection.hpp"
 
-#include "support/TestRecords.hpp"
+#include "support/WavImageBuilder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +12,9 @@
 namespace marquetry::chop {
 namespace {
 
+using audio::test::numberedFrames;
+using audio::test::pcm16;
+
 // A 16-bit record, silent but for single-frame clicks (frame, level) in its
 // last channel.
 audio::WavData clicks(std::int64_t frames, const std::vector<std::pair<FrameIndex, std::int16_t>>& hits,
@@ -19,12 +22,12 @@ audio::WavData clicks(std::int64_t frames, const std::vector<std::pair<FrameInde
     std::vector<std::int16_t> samples(static_cast<std::size_t>(frames * channels), 0);
     for (const auto& [at, level] : hits)
         samples[static_cast<std::size_t>((at + 1) * channels - 1)] = level;
-    return test::pcm16(channels, samples);
+    return pcm16(channels, samples);
 }
 
 // The last frame holds one of its two channels only.
 TEST(FrameAmplitude, TakesTheLoudestChannelAndReadsNothingOutsideTheData) {
-    const auto wav = test::pcm16(2, {100, -32767, 16384, 0, -32768});
+    const auto wav = pcm16(2, {100, -32767, 16384, 0, -32768});
     EXPECT_EQ(frameAmplitude(wav, 0), 1.0f);
     EXPECT_EQ(frameAmplitude(wav, 1), 16384.0f / 32767.0f);
     EXPECT_GT(frameAmplitude(wav, 2), 1.0f); // the most negative 16-bit value is not limited
@@ -42,9 +45,9 @@ TEST(TransientBoundaries, CutAtTheStrongestRisesOrElseFillEvenly) {
         std::int64_t slices;
         Boundaries expected;
     } cases[] = {
-        {"one frame per slice", test::numberedFrames(4), 4, {0, 1, 2, 3, 4}},
-        {"fewer frames than slices", test::numberedFrames(2), 4, {0, 1, 2}},
-        {"no frames", test::numberedFrames(0), 4, {0}},
+        {"one frame per slice", numberedFrames(4), 4, {0, 1, 2, 3, 4}},
+        {"fewer frames than slices", numberedFrames(2), 4, {0, 1, 2}},
+        {"no frames", numberedFrames(0), 4, {0}},
         {"silence", clicks(1024, {}), 8, evenEighths},
         {"silence kept half a spacing apart", clicks(40, {}), 4, {0, 20, 40}},
         {"8-bit reads as silence", eightBit, 8, evenEighths},

@@ -1,15 +1,24 @@
-// Export Selected and the export ticks, on a real output folder.
+// Export Selected and the export ticks, on a real output folder, and the
+// file writes below it: any name the file system accepts, nothing left
+// behind by a writer that dies, and only our own stale leftovers removed.
+#include "support/ChildProcess.hpp"
 #include "Fakes.hpp"
 
 #include "audio/WavWriter.hpp"
+#include "model/FileSystem.hpp"
 
 #include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdio>
 
 namespace marquetry::model::test {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
+using audio::test::counting;
 
 class AppModelExport : public ModelTest {
 protected:
@@ -86,6 +95,95 @@ TEST_F(AppModelExport, AFailedWriteKeepsEarlierFilesStopsAndLeavesNoTemporaries)
     m.setOutputDir(home + "/blocker/out");
     m.exportSelected();
     EXPECT_EQ(m.status(), "Export failed: " + home + "/blocker/out: Not a directory");
+}
+
+class FileSystemTest : public ModelTest {
+protected:
+    FileSystemTest() { fs::create_directories(folder); }
+    const std::string folder = home + "/out";
+};
+
+TEST_F(FileSystemTest, WritesEveryNameTheFileSystemAcceptsAndLeavesNoTemporary) {
+    const audio::Bytes bytes = counting(1000);
+    std::vector<std::string> names;
+    for (const std::size_t length : {5, 220, 254, 255})
+        names.push_back(std::string(length - 4, 'n') + ".wav");
+    for (const std::string& name : names) {
+        writeFileAtomically(folder + "/" + name, bytes);
+        EXPECT_EQ(audio::readWholeFile(folder + "/" + name), bytes) << name.size();
+    }
+    EXPECT_EQ(namesIn(folder), names); // already in sorted order
+
+    const std::string tooLong = folder + "/" + std::string(256, 'n');
+    EXPECT_THAT([&] { writeFileAtomically(tooLong, bytes); },
+                ThrowsMessage<std::system_error>(tooLong + ": File name too long"));
+    EXPECT_EQ(namesIn(folder), names);
+}
+
+// A file size limit kills the writer in the middle of its write, as a kill -9
+// would: the old file stays whole and no temporary is left.
+TEST_F(FileSystemTest, AWriterKilledHalfWayLeavesTheOldFileAndNothingElse) {
+    const std::string target = folder + "/loop.wav";
+    const audio::Bytes old = counting(100);
+    writeFileAtomically(target, old);
+    const std::string outcome = audio::test::inChildProcess(
+        [&] {
+            std::signal(SIGXFSZ, SIG_DFL);
+            writeFileAtomically(target, counting(1 << 20));
+            return std::string("written");
+        },
+        {{RLIMIT_FSIZE, 64 << 10}});
+    EXPECT_EQ(outcome, "killed by signal " + std::to_string(SIGXFSZ));
+    EXPECT_THAT(namesIn(folder), ElementsAre("loop.wav"));
+    EXPECT_EQ(audio::readWholeFile(target), old);
+}
+
+// Export clears leftovers of its own name pattern whose writer is gone, once
+// they have been still for a minute, and any of them still for a day.
+TEST_F(FileSystemTest, ExportRemovesOnlyItsOwnStaleTemporaries) {
+    const pid_t gone = ::fork();
+    if (gone == 0)
+        ::_exit(0);
+    ::waitpid(gone, nullptr, 0);
+    const auto temporary = [](pid_t writer, const char* random) {
+        char name[64];
+        std::snprintf(name, sizeof name, ".mqtry-%08x%s.tmp", static_cast<unsigned>(writer), random);
+        return std::string(name);
+    };
+    using std::chrono::hours;
+    using std::chrono::minutes;
+    const struct {
+        std::string name;
+        fs::file_time_type::duration age;
+        bool isFolder;
+        bool removed;
+    } entries[] = {
+        {temporary(gone, "0000000a"), minutes(2), false, true},
+        {temporary(gone, "0000000b"), minutes(0), false, false}, // may be a live writer on another machine
+        {temporary(::getpid(), "0000000c"), minutes(2), false, false},
+        {temporary(::getpid(), "0000000d"), hours(25), false, true},
+        {temporary(gone, "0000000e"), hours(25), true, false},
+        {".mqtry-0000zzzz0000000f.tmp", hours(25), false, false},
+        {".mqtry-00000001000000010.tmp", hours(25), false, false},
+        {"keep.wav", hours(25), false, false},
+    };
+    for (const auto& entry : entries) {
+        const std::string path = outputFolder() + "/" + entry.name;
+        if (entry.isFolder)
+            fs::create_directories(path);
+        else
+            addFile(entry.name, {1}, outputFolder());
+        fs::last_write_time(path, fs::file_time_type::clock::now() - entry.age);
+    }
+
+    addLoop("a.wav");
+    AppModel& m = start();
+    m.setVersions(1);
+    generate();
+    m.exportSelected();
+    ASSERT_THAT(m.status(), ::testing::StartsWith("Exported 1 loop(s)"));
+    for (const auto& entry : entries)
+        EXPECT_EQ(fs::exists(outputFolder() + "/" + entry.name), !entry.removed) << entry.name;
 }
 
 } // namespace

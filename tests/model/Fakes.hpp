@@ -7,20 +7,20 @@
 
 #include "support/FakeAudioOutput.hpp"
 #include "support/PlatformFakes.hpp"
+#include "support/TestFiles.hpp"
+#include "support/WavImageBuilder.hpp"
 #include "audio/WavReader.hpp"
 #include "model/AppModel.hpp"
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <filesystem>
-#include <fstream>
 
 namespace marquetry::model::test {
 
 namespace fs = std::filesystem;
 using Field = AppModel::Field;
+using audio::test::namesIn;
 
 inline playback::Uuid uuidNumber(int n) {
     playback::Uuid id{};
@@ -29,28 +29,16 @@ inline playback::Uuid uuidNumber(int n) {
     return id;
 }
 
-inline std::vector<std::string> namesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 class ModelTest : public ::testing::Test {
 protected:
     static constexpr std::int64_t now = 1'700'000'000;
 
-    ModelTest() {
-        std::string pattern = (fs::temp_directory_path() / "marquetry-home-XXXXXX").string();
-        home = ::mkdtemp(pattern.data());
-        // A path that escapes tilde expansion lands here, not in the checkout.
-        fs::current_path(home);
-    }
+    // A path that escapes tilde expansion lands in the home folder, not in
+    // the checkout.
+    ModelTest() { fs::current_path(home); }
     ~ModelTest() override {
         model.reset();
         fs::current_path(workingFolder);
-        fs::remove_all(home);
     }
 
     std::string sourceFolder() const { return home + "/Music/Marquetry/Source"; }
@@ -60,13 +48,11 @@ protected:
     std::string addFile(const std::string& name, const audio::Bytes& bytes, std::string folder = {}) {
         folder = folder.empty() ? sourceFolder() : folder;
         fs::create_directories(folder);
-        std::ofstream(folder + "/" + name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return folder + "/" + name;
+        return audio::test::writeFile(folder + "/" + name, bytes);
     }
     /// One of the drum breaks the build converts, under a test's own name.
     std::string addLoop(const std::string& name, const std::string& loop = "amen_s16.wav", std::string folder = {}) {
-        return addFile(name, audio::readWholeFile(std::string(MARQUETRY_TEST_LOOPS_DIR) + "/" + loop), folder);
+        return addFile(name, audio::readWholeFile(audio::test::testLoopPath(loop)), folder);
     }
 
     AppModel& start() {
@@ -87,7 +73,8 @@ protected:
     playback::test::FakeAudioPlayerFactory players;
     playback::test::FakeTimerFactory timers;
     const fs::path workingFolder = fs::current_path();
-    std::string home;
+    const audio::test::TemporaryFolder temporaryHome;
+    const std::string home = temporaryHome.path;
     int uuids = 0;
     std::vector<Field> changes;
     std::unique_ptr<AppModel> model;

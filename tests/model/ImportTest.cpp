@@ -1,5 +1,6 @@
 // Importing files into a folder: names, collisions, and refusals that leave
 // nothing behind. What becomes of the samples is tested with the audio layer.
+#include "support/ChildProcess.hpp"
 #include "Fakes.hpp"
 
 #include "audio/AudioImport.hpp"
@@ -7,10 +8,7 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 
@@ -24,7 +22,7 @@ using ::testing::StartsWith;
 class Import : public ModelTest {
 protected:
     std::string folder() const { return home + "/into"; }
-    std::string flac() const { return std::string(MARQUETRY_TEST_LOOPS_DIR) + "/import/amen_s16.flac"; }
+    std::string flac() const { return audio::test::testLoopPath("import/amen_s16.flac"); }
 
     /// The message importing `source` is refused with.
     std::string refusalOf(const std::string& source) {
@@ -93,28 +91,12 @@ TEST_F(Import, RefusesWithOneSentenceAndLeavesNothing) {
 // that the limit binds nothing else: the temporary file goes too.
 TEST_F(Import, AFailedWriteLeavesNoTemporary) {
     fs::create_directories(folder());
-    int pipe[2];
-    ASSERT_EQ(::pipe(pipe), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::close(pipe[0]);
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{100'000, 100'000};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        const std::string message = refusalOf(flac());
-        const bool sent = ::write(pipe[1], message.data(), message.size()) == static_cast<ssize_t>(message.size());
-        ::_exit(sent ? 0 : 1);
-    }
-    ::close(pipe[1]);
-    std::string message;
-    char buffer[512];
-    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;)
-        message.append(buffer, static_cast<std::size_t>(n));
-    ::close(pipe[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-
+    const std::string message = audio::test::inChildProcess(
+        [&] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            return refusalOf(flac());
+        },
+        {{RLIMIT_FSIZE, 100'000}});
     EXPECT_EQ(message, flac() + ": Cannot write " + folder() + "/amen_s16.wav: File too large.");
     EXPECT_THAT(namesIn(folder()), IsEmpty());
 }

@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -59,28 +58,17 @@ inline std::string inChildProcess(const std::function<std::string()>& work,
         } catch (const std::exception& error) {
             result = std::string("threw: ") + error.what();
         }
-        for (std::size_t sent = 0; sent < result.size();) {
-            const ssize_t n = ::write(channel[1], result.data() + sent, result.size() - sent);
-            if (n <= 0)
-                break;
-            sent += static_cast<std::size_t>(n);
-        }
-        ::_exit(0);
+        // A blocking write to a pipe returns once every byte is in.
+        ::_exit(::write(channel[1], result.data(), result.size()) == static_cast<ssize_t>(result.size()) ? 0 : 1);
     }
     ::close(channel[1]);
     std::string result;
     char buffer[4096];
-    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) != 0;) {
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            break;
+    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
         result.append(buffer, static_cast<std::size_t>(n));
-    }
     ::close(channel[0]);
     int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    ::waitpid(child, &status, 0);
     if (WIFSIGNALED(status))
         return WTERMSIG(status) == SIGALRM ? "timed out" : "killed by signal " + std::to_string(WTERMSIG(status));
     return result;

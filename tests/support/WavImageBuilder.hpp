@@ -1,11 +1,13 @@
 #pragma once
 
-// Shared by the audio tests: WAV images put together byte by byte, so that a
-// test can break any single field, and the real loops the build converts.
+// WAV images put together byte by byte, so that a test can break any single
+// field; small records with known samples; and the real loops the build
+// converts.
 
 #include "audio/WavData.hpp"
 
 #include <cstdint>
+#include <numeric>
 #include <string>
 #include <string_view>
 
@@ -60,6 +62,35 @@ inline Bytes riff(std::string_view riffTag = "RIFF", std::string_view waveTag = 
 inline WavData record(std::uint16_t format, std::uint16_t channels, std::uint16_t blockAlign, std::uint16_t bits,
                       Bytes pcm = {}, std::uint32_t rate = 44100) {
     return {format, channels, rate, rate * blockAlign, blockAlign, bits, std::move(pcm)};
+}
+
+/// `size` counting bytes from `first` (wrapping), so that bytes taken from
+/// the wrong place show.
+inline Bytes counting(std::size_t size, std::uint8_t first = 1) {
+    Bytes out(size);
+    std::iota(out.begin(), out.end(), first);
+    return out;
+}
+
+/// 16-bit samples as little-endian bytes.
+inline Bytes samples16(const std::vector<std::int16_t>& samples) {
+    Bytes out;
+    for (const std::int16_t s : samples)
+        putLE(out, static_cast<std::uint16_t>(s), 2);
+    return out;
+}
+
+/// A 16-bit integer PCM record at 44.1 kHz holding `samples`, interleaved.
+inline WavData pcm16(std::uint16_t channels, const std::vector<std::int16_t>& samples) {
+    return record(formatPcm, channels, static_cast<std::uint16_t>(2 * channels), 16, samples16(samples));
+}
+
+/// A mono 16-bit record of `frames` frames whose frame i holds the value i
+/// (wrapping), so every slice's origin can be read back from its bytes.
+inline WavData numberedFrames(std::int64_t frames) {
+    std::vector<std::int16_t> samples(static_cast<std::size_t>(frames));
+    std::iota(samples.begin(), samples.end(), std::int16_t{0});
+    return pcm16(1, samples);
 }
 
 /// Path of one of the drum loops converted for the tests.
