@@ -167,6 +167,44 @@ void fadeAll(Bytes& pcm, const VariationPlan& variation, const audio::WavData& f
     }
 }
 
+template <Layout layout>
+void fadeEnd(Bytes& pcm, const audio::WavData& format, audio::FrameIndex end, audio::FrameCount fadeFrames) {
+    end = std::clamp<audio::FrameIndex>(end, 0, audio::frameCount(pcm.size(), format.blockAlign));
+    const audio::FrameCount ramp = std::min(fadeFrames, end);
+    if (ramp < 1)
+        return;
+    std::vector<Real<layout>> out;
+    rampGains(out, ramp, format.channels, false);
+    scaleFrames<layout>(pcm.data(), format, end - ramp, std::span<const Real<layout>>(out));
+}
+
+template <template <Layout> class Action, typename... Args>
+void withLayout(const audio::WavData& format, Args&&... args) {
+    switch (layoutOf(format)) {
+    case Layout::u8: Action<Layout::u8>::run(args...); break;
+    case Layout::s16: Action<Layout::s16>::run(args...); break;
+    case Layout::s24: Action<Layout::s24>::run(args...); break;
+    case Layout::s32: Action<Layout::s32>::run(args...); break;
+    case Layout::f32: Action<Layout::f32>::run(args...); break;
+    case Layout::none: break;
+    }
+}
+
+template <Layout layout>
+struct FadeJoins {
+    static void run(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
+                    audio::FrameCount fadeFrames) {
+        fadeAll<layout>(pcm, variation, format, fadeFrames);
+    }
+};
+
+template <Layout layout>
+struct FadeEnd {
+    static void run(Bytes& pcm, const audio::WavData& format, audio::FrameIndex end, audio::FrameCount fadeFrames) {
+        fadeEnd<layout>(pcm, format, end, fadeFrames);
+    }
+};
+
 } // namespace
 
 audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate) {
@@ -178,16 +216,13 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate) {
 
 void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
                     audio::FrameCount fadeFrames) {
-    if (fadeFrames < 1)
-        return;
-    switch (layoutOf(format)) {
-    case Layout::u8: fadeAll<Layout::u8>(pcm, variation, format, fadeFrames); break;
-    case Layout::s16: fadeAll<Layout::s16>(pcm, variation, format, fadeFrames); break;
-    case Layout::s24: fadeAll<Layout::s24>(pcm, variation, format, fadeFrames); break;
-    case Layout::s32: fadeAll<Layout::s32>(pcm, variation, format, fadeFrames); break;
-    case Layout::f32: fadeAll<Layout::f32>(pcm, variation, format, fadeFrames); break;
-    case Layout::none: break;
-    }
+    if (fadeFrames >= 1)
+        withLayout<FadeJoins>(format, pcm, variation, format, fadeFrames);
+}
+
+void applyEndFade(Bytes& pcm, const audio::WavData& format, audio::FrameIndex end, audio::FrameCount fadeFrames) {
+    if (fadeFrames >= 1)
+        withLayout<FadeEnd>(format, pcm, format, end, fadeFrames);
 }
 
 } // namespace marquetry::chop

@@ -33,4 +33,11 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate);
 void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
                     audio::FrameCount fadeFrames);
 
+/// Fades the `fadeFrames` frames of `pcm` before frame `end` out to silence
+/// (fewer when `end` is nearer the start), with the ramp and rounding of
+/// applyJoinFades: the end of a loop that was cut or padded. Layouts that
+/// applyJoinFades leaves alone stay as they are. Never touches a byte
+/// outside `pcm`.
+void applyEndFade(Bytes& pcm, const audio::WavData& format, audio::FrameIndex end, audio::FrameCount fadeFrames);
+
 } // namespace marquetry::chop

@@ -2,6 +2,7 @@
 
 #include "audio/AppError.hpp"
 #include "audio/WaveformEnvelope.hpp"
+#include "chop/BarGridFit.hpp"
 #include "chop/ChopRecipe.hpp"
 #include "chop/JoinFades.hpp"
 #include "chop/PatternGenerators.hpp"
@@ -133,12 +134,16 @@ Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice>
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                std::int64_t joinFadeMs, unsigned threads) {
-    const audio::FrameCount fadeFrames = joinFadeFrames(joinFadeMs, sources.front().sampleRate);
+                                                const PlanSettings& settings, unsigned threads) {
+    const audio::WavData& reference = sources.front();
+    const audio::FrameCount fadeFrames = joinFadeFrames(settings.joinFadeMs, reference.sampleRate);
+    const audio::FrameCount fitFadeFrames = std::max(fadeFrames, joinFadeFrames(minFitFadeMs, reference.sampleRate));
+    const audio::FrameCount referenceFrames = audio::frameCount(reference.pcmData.size(), reference.blockAlign);
     std::vector<RenderedVariation> rendered(variations.size());
     forEachIndex(rendered.size(), threads, [&](std::size_t i) {
         rendered[i].pcm = renderVariation(variations[i], pool, sources);
-        applyJoinFades(rendered[i].pcm, variations[i], sources.front(), fadeFrames);
+        applyJoinFades(rendered[i].pcm, variations[i], reference, fadeFrames);
+        fitToFrames(rendered[i].pcm, reference, referenceFrames, settings.fit, fitFadeFrames);
         rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
     });
     return rendered;

@@ -2,6 +2,7 @@
 
 #include "audio/WavData.hpp"
 #include "chop/ChopModel.hpp"
+#include "chop/FitMode.hpp"
 #include "chop/GlitchEffects.hpp"
 #include "chop/SeededGenerator.hpp"
 
@@ -41,13 +42,15 @@ struct VariationPlan {
     bool operator==(const VariationPlan&) const = default;
 };
 
-/// The settings of a run: all but the join fade decide its draws.
+/// The settings of a run: the first four decide its draws, the rest only
+/// finish the rendered bytes.
 struct PlanSettings {
     std::int64_t sliceCount = 16;
     ChopModel chopModel = ChopModel::grid;
     std::int64_t variationCount = 10;
     double glitchAmount = 0.55;
     std::int64_t joinFadeMs = 0; ///< 0: slices butt together (see applyJoinFades)
+    FitMode fit = FitMode::off;  ///< to sources[0]'s length (see fitToFrames)
 };
 
 /// Every decision of a run: the pool and each variation's placements.
@@ -91,12 +94,13 @@ struct RenderedVariation {
 
 /// Every planned variation with its envelope of `envelopePoints` points,
 /// rendered on up to `threads` threads (0: one per core), each faded at its
-/// joins over `joinFadeMs` milliseconds at sources[0]'s rate (0: not at
-/// all). The bytes are the same whatever the thread count. Rethrows the
-/// first failure of any thread.
+/// joins over `settings.joinFadeMs` milliseconds at sources[0]'s rate (0:
+/// not at all), then fitted to sources[0]'s frame count by `settings.fit`.
+/// The bytes are the same whatever the thread count. Rethrows the first
+/// failure of any thread.
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                std::int64_t joinFadeMs, unsigned threads = 0);
+                                                const PlanSettings& settings, unsigned threads = 0);
 
 } // namespace marquetry::chop

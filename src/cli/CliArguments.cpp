@@ -86,7 +86,9 @@ std::string inQuotes(const std::string& text) {
 struct TypedGenerate {
     std::string source;
     std::vector<std::string> mashup;
-    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade;
+    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade, fit;
+    bool matchFormats = false;
+    bool matchTempo = false;
     std::string output;
 };
 
@@ -114,6 +116,10 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
                              "0 (off) or a whole number of milliseconds from 1 to "
                                  + std::to_string(chop::maxJoinFadeMs));
     }
+    if (typed.fit && !(options.fit = chop::parseFitMode(*typed.fit)))
+        return malformed("--fit", *typed.fit, "off, trim or stretch");
+    options.matchFormats = typed.matchFormats;
+    options.matchTempo = typed.matchTempo;
     if (typed.pick) {
         const auto picks = parsePicks(*typed.pick);
         if (!picks)
@@ -197,8 +203,10 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     for (const auto& [name, value] : {std::pair("--slices", &typed.slices), {"--variations", &typed.variations},
                                       {"--model", &typed.model}, {"--seed", &typed.seed}, {"--glitch", &typed.glitch},
                                       {"--pick", &typed.pick}, {"--manifest", &typed.manifest},
-                                      {"--join-fade", &typed.joinFade}})
+                                      {"--join-fade", &typed.joinFade}, {"--fit", &typed.fit}})
         valueOption(*generate, name, *value);
+    generate->add_flag("--match-formats", typed.matchFormats);
+    generate->add_flag("--match-tempo", typed.matchTempo);
     generate->add_option("--output", typed.output)->required();
 
     ReplayOptions replay;
@@ -262,7 +270,8 @@ std::string usageText() {
     return "Usage:\n"
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
-           "                         [--manifest FILE] [--join-fade MS]\n"
+           "                         [--manifest FILE] [--join-fade MS] [--fit MODE]\n"
+           "                         [--match-formats] [--match-tempo]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
            "  marquetry-cli --help | --version\n"
@@ -282,6 +291,13 @@ std::string usageText() {
            "  --glitch X       effect amount of the Glitch model (default 0.55)\n"
            "  --join-fade MS   fade every join and the loop seam over MS milliseconds\n"
            "                   (1 to " + std::to_string(chop::maxJoinFadeMs) + ") so slices meet without a click (default 0: off)\n"
+           "  --fit MODE       bring every break to the length of the --source loop, so it\n"
+           "                   sits on the bar grid: off (default), trim (cut, or pad with\n"
+           "                   silence) or stretch (change its tempo, keep its pitch)\n"
+           "  --match-formats  convert the --mashup loops to the --source loop's format\n"
+           "                   (channels, bit depth, sample rate) before slicing\n"
+           "  --match-tempo    stretch the --mashup loops to the --source loop's tempo\n"
+           "                   before slicing\n"
            "  --output DIR     folder to write into, created when missing\n"
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
            "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"

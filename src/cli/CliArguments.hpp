@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chop/ChopModel.hpp"
+#include "chop/FitMode.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -33,6 +34,9 @@ struct GenerateOptions {
     /// 0 (off) or 1 to chop::maxJoinFadeMs: the one setting checked here,
     /// since the model has no message of its own for it.
     std::optional<std::int64_t> joinFadeMs;
+    std::optional<chop::FitMode> fit;
+    bool matchFormats = false;
+    bool matchTempo = false;
     /// As typed: the model expands a leading tilde itself.
     std::string outputDir;
     /// Variation numbers (from 1) that stay ticked, ascending, no repeats;

@@ -134,6 +134,10 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
         app.setGlitchAmount(*options.glitchAmount);
     if (options.joinFadeMs)
         app.setJoinFadeMs(*options.joinFadeMs);
+    if (options.fit)
+        app.setFit(*options.fit);
+    app.setMatchFormats(options.matchFormats);
+    app.setMatchTempo(options.matchTempo);
 
     // Checked against the count the model will generate; a count the model
     // refuses is left for generate to report.
@@ -166,6 +170,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     const bool exported = app.exportSelected(options.manifestPath).exported;
     const int status = exported ? exitSuccess : reportFailure(err, app.status());
     err << seedLine(*app.lastRun()) << '\n';
+    if (const auto mismatch = model::formatMismatchWarning(*app.lastRun()))
+        err << "Warning: " << *mismatch << " Use --match-formats to convert the loops to one format.\n";
     return status;
 }
 
@@ -198,6 +204,9 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.seedText = std::to_string(manifest.run.seed);
     generate.glitchAmount = request.glitchAmount;
     generate.joinFadeMs = request.joinFadeMs;
+    generate.fit = request.fit;
+    generate.matchFormats = request.matchFormats;
+    generate.matchTempo = request.matchTempo;
     generate.outputDir = options.outputDir;
     generate.picks = manifest.numbers;
     return runGenerate(generate, out, err);

@@ -78,6 +78,9 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     outputDir_ = platform_.settings.string(outputDirKey).value_or(expanded(defaultOutputDir));
     exportManifest_ = platform_.settings.string(exportManifestKey) == "true";
     joinFadeMs_ = storedJoinFadeMs(platform_.settings.string(joinFadeMsKey));
+    fit_ = chop::parseFitMode(platform_.settings.string(fitKey).value_or("")).value_or(chop::FitMode::off);
+    matchFormats_ = platform_.settings.string(matchFormatsKey) == "true";
+    matchTempo_ = platform_.settings.string(matchTempoKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -128,6 +131,21 @@ void AppModel::setExportManifest(bool value) {
 void AppModel::setJoinFadeMs(std::int64_t value) {
     write(joinFadeMs_, value, Field::joinFadeMs);
     platform_.settings.setString(joinFadeMsKey, std::to_string(value));
+}
+
+void AppModel::setFit(chop::FitMode value) {
+    write(fit_, value, Field::fit);
+    platform_.settings.setString(fitKey, std::string(chop::fitModeName(value)));
+}
+
+void AppModel::setMatchFormats(bool value) {
+    write(matchFormats_, value, Field::matchFormats);
+    platform_.settings.setString(matchFormatsKey, value ? "true" : "false");
+}
+
+void AppModel::setMatchTempo(bool value) {
+    write(matchTempo_, value, Field::matchTempo);
+    platform_.settings.setString(matchTempoKey, value ? "true" : "false");
 }
 
 void AppModel::setMasterVolume(double value) {
@@ -289,6 +307,10 @@ void AppModel::generate() {
         .versions = versions_,
         .glitchAmount = glitchAmount_,
         .joinFadeMs = joinFadeMs_,
+        .fit = fit_,
+        .matchFormats = matchFormats_,
+        .matchTempo = matchTempo_,
+        .tempoOverrides = {},
     };
     // A worker that cannot start must not leave the model busy for good.
     try {

@@ -30,7 +30,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs,
+        joinFadeMs, fit, matchFormats, matchTempo,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -46,6 +46,9 @@ public:
     static constexpr const char* defaultOutputDir = "~/Music/Marquetry/Output";
     static constexpr const char* exportManifestKey = "marquetry.option.exportManifest";
     static constexpr const char* joinFadeMsKey = "marquetry.option.joinFadeMs";
+    static constexpr const char* fitKey = "marquetry.option.fit";
+    static constexpr const char* matchFormatsKey = "marquetry.option.matchFormats";
+    static constexpr const char* matchTempoKey = "marquetry.option.matchTempo";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -87,6 +90,12 @@ public:
     /// Sound option: fade every join of a variation over this many
     /// milliseconds, 0 (off) or 1 to chop::maxJoinFadeMs.
     std::int64_t joinFadeMs() const { return joinFadeMs_; }
+    /// Sound option: bring every variation to the reference loop's length.
+    chop::FitMode fit() const { return fit_; }
+    /// Sound options for Mashup Mode: convert the other loops to the
+    /// reference's format, and stretch them to its tempo, before slicing.
+    bool matchFormats() const { return matchFormats_; }
+    bool matchTempo() const { return matchTempo_; }
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -103,6 +112,10 @@ public:
     /// Also stores the choice in the settings, for the next launch. The
     /// caller keeps the value in range.
     void setJoinFadeMs(std::int64_t value);
+    /// Each also stores the choice in the settings, for the next launch.
+    void setFit(chop::FitMode value);
+    void setMatchFormats(bool value);
+    void setMatchTempo(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -231,6 +244,9 @@ private:
     std::optional<RunRecord> lastRun_;
     bool exportManifest_ = false;
     std::int64_t joinFadeMs_ = 0;
+    chop::FitMode fit_ = chop::FitMode::off;
+    bool matchFormats_ = false;
+    bool matchTempo_ = false;
     playback::PreviewSession preview_;
 
     // Hand-backs queued by a run check this before touching a model that the

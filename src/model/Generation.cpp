@@ -1,6 +1,8 @@
 #include "model/Generation.hpp"
 
 #include "audio/AppError.hpp"
+#include "audio/FormatConversion.hpp"
+#include "chop/BarGridFit.hpp"
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
 #include "model/ErrorText.hpp"
@@ -61,6 +63,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
         .variationCount = request.versions,
         .glitchAmount = request.glitchAmount,
         .joinFadeMs = request.joinFadeMs,
+        .fit = request.fit,
     };
     // Each source is cut as soon as it is decoded, so a failure reports the
     // first source that fails, whether in decoding or in slicing. The first
@@ -75,6 +78,8 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
                                       audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate,
                                                      wav.blockAlign, wav.bitsPerSample, {}},
                                       audio::frameCount(wav.pcmData.size(), wav.blockAlign)});
+        if (request.matchFormats && !sources.empty())
+            wav = audio::convertFormat(wav, sources.front());
         sources.push_back(std::move(wav));
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
@@ -85,13 +90,15 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
                              * static_cast<double>(result.run.pool.size()) * sizeof(chop::Placement);
     requireMemory(planBytes);
     std::vector<chop::VariationPlan> plans = chop::planVariations(result.run.pool, sources, settings, rng);
+    const auto fittedBytes = static_cast<double>(sources.front().pcmData.size());
     double outputBytes = 0;
     for (const chop::VariationPlan& plan : plans)
-        outputBytes += static_cast<double>(plan.byteCount) + envelopePoints * sizeof(double);
+        outputBytes += std::max(static_cast<double>(plan.byteCount), request.fit == chop::FitMode::off ? 0.0 : fittedBytes)
+                       + envelopePoints * sizeof(double);
     requireMemory(outputBytes);
 
     std::vector<chop::RenderedVariation> rendered =
-        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, settings.joinFadeMs, threads);
+        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, settings, threads);
     const std::string selectedName = fileName(request.selectedPath);
     result.loops.reserve(rendered.size());
     for (std::size_t i = 0; i < rendered.size(); ++i) {
@@ -99,12 +106,28 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
         loop.name = variationName(selectedName, request.chopModel, static_cast<std::int64_t>(i + 1));
         loop.pcmData = std::move(rendered[i].pcm);
         loop.waveform = std::move(rendered[i].waveform);
+        chop::fitPlacements(plans[i], static_cast<std::int64_t>(loop.pcmData.size()), request.fit,
+                            sources.front().blockAlign);
         loop.placements = std::move(plans[i].placements);
         loop.id = randomUuid();
         result.loops.push_back(std::move(loop));
     }
     result.reference = std::move(sources.front());
     return result;
+}
+
+std::optional<std::string> formatMismatchWarning(const RunRecord& run) {
+    if (run.request.matchFormats || run.sources.size() < 2)
+        return std::nullopt;
+    const audio::WavData& reference = run.sources.front().format;
+    for (const SourceRecord& source : run.sources) {
+        if (source.format == reference)
+            continue;
+        return fileName(source.path) + " is " + audio::describeFormat(source.format) + " but "
+               + fileName(run.sources.front().path) + " is " + audio::describeFormat(reference)
+               + ": its slices are pooled as raw bytes and will sound wrong.";
+    }
+    return std::nullopt;
 }
 
 std::string variationName(const std::string& selectedFileName, chop::ChopModel model, std::int64_t number) {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,6 +26,10 @@ struct GenerationRequest {
     std::int64_t versions = 10; ///< how many variations
     double glitchAmount = 0.55;
     std::int64_t joinFadeMs = 0; ///< join fade length; 0: off
+    chop::FitMode fit = chop::FitMode::off;  ///< to the reference loop's length
+    bool matchFormats = false; ///< convert the other loops of a mashup to the reference's format first
+    bool matchTempo = false;   ///< stretch the other loops of a mashup to the reference's tempo first
+    std::map<std::string, double> tempoOverrides; ///< the user's tempo of a file, in BPM, over the estimate
 
     bool operator==(const GenerationRequest&) const = default;
 };
@@ -66,6 +71,12 @@ struct GenerationResult {
 /// abandons the whole run. Reads only its arguments: safe on a worker thread.
 GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
                                const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0);
+
+/// For a mashup run whose loops were pooled as raw bytes although some differ
+/// in format from the reference: a sentence naming the first such loop and
+/// both formats, to which callers add how to turn matching on. nullopt when
+/// they agree or formats were matched.
+std::optional<std::string> formatMismatchWarning(const RunRecord& run);
 
 /// The name of variation `number` (from 1) of a run on the selected file
 /// `selectedFileName`: its stem cut down to A-Z a-z 0-9 _ - (or "source"),

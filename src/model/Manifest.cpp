@@ -1,5 +1,6 @@
 #include "model/Manifest.hpp"
 
+#include "chop/BarGridFit.hpp"
 #include "chop/JoinFades.hpp"
 
 #include <nlohmann/json.hpp>
@@ -15,6 +16,8 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* formatName = "marquetry-manifest";
 constexpr std::int64_t formatVersion = 1;
+constexpr double minTempoBpm = 20;
+constexpr double maxTempoBpm = 999;
 
 Json placementJson(const chop::Placement& placement, const RunRecord& run, std::int64_t blockAlign) {
     const chop::PoolSlice& slice = run.pool.at(static_cast<std::size_t>(placement.slice));
@@ -72,6 +75,16 @@ std::uint32_t u32(const Json& object, const char* key, const std::string& where)
     return static_cast<std::uint32_t>(integer(object, key, where, 0, std::numeric_limits<std::uint32_t>::max()));
 }
 
+// An option added after the first manifests: absent means off.
+bool flag(const Json& object, const char* key, const std::string& where) {
+    if (!object.contains(key))
+        return false;
+    const Json& value = object.at(key);
+    if (!value.is_boolean())
+        refuse("\"" + std::string(key) + "\" in " + where + " is not true or false");
+    return value.get<bool>();
+}
+
 const Json& array(const Json& object, const char* key, const std::string& where) {
     const Json& value = member(object, key, where);
     if (!value.is_array())
@@ -96,6 +109,10 @@ std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation
         {"mashupMode", request.mashupMode},
         {"selected", request.selectedPath},
         {"joinFadeMs", request.joinFadeMs},
+        {"fit", std::string(chop::fitModeName(request.fit))},
+        {"matchFormats", request.matchFormats},
+        {"matchTempo", request.matchTempo},
+        {"tempoOverrides", request.tempoOverrides},
     };
 
     Json sources = Json::array();
@@ -171,6 +188,27 @@ Manifest parseManifest(std::string_view input) {
     // Manifests written before the fade existed describe runs without one.
     if (settings.contains("joinFadeMs"))
         request.joinFadeMs = integer(settings, "joinFadeMs", inSettings, 0, chop::maxJoinFadeMs);
+    if (settings.contains("fit")) {
+        const std::string fit = text(settings, "fit", inSettings);
+        const auto mode = chop::parseFitMode(fit);
+        if (!mode)
+            refuse("\"" + fit + "\" is not a fit mode");
+        request.fit = *mode;
+    }
+    request.matchFormats = flag(settings, "matchFormats", inSettings);
+    request.matchTempo = flag(settings, "matchTempo", inSettings);
+    if (settings.contains("tempoOverrides")) {
+        const Json& overrides = member(settings, "tempoOverrides", inSettings);
+        if (!overrides.is_object())
+            refuse("\"tempoOverrides\" in " + inSettings + " is not a set of files and tempos");
+        for (const auto& [path, bpm] : overrides.items()) {
+            if (!bpm.is_number() || !(bpm.get<double>() >= minTempoBpm && bpm.get<double>() <= maxTempoBpm))
+                refuse("the tempo of " + path + " in \"tempoOverrides\" is not from "
+                       + std::to_string(static_cast<int>(minTempoBpm)) + " to "
+                       + std::to_string(static_cast<int>(maxTempoBpm)) + " BPM");
+            request.tempoOverrides[path] = bpm.get<double>();
+        }
+    }
 
     for (const Json& source : array(manifest, "sources", "the manifest")) {
         const std::string where = "a source";

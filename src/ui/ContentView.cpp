@@ -13,6 +13,7 @@
 #include <QComboBox>
 #include <QFrame>
 #include <QGridLayout>
+#include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -62,7 +63,8 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
          {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::slices, Field::versions,
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
-          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs})
+          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
+          Field::fit, Field::matchFormats, Field::matchTempo})
         redraw(field);
 }
 
@@ -162,9 +164,21 @@ QWidget* ContentView::buildGenerateRow() {
     chopModelBox_->setFixedWidth(180);
     row->addWidget(chopModelBox_);
 
-    mashupBox_ = new QCheckBox(QStringLiteral("Mashup Mode"), rowWidget);
+    // The warning that the last mashup pooled loops of other formats as raw
+    // bytes sits under the box, like the seed of the run under the Seed
+    // field, so the row keeps its width.
+    auto* mashupBlock = new QWidget(rowWidget);
+    auto* mashupColumn = new QVBoxLayout(mashupBlock);
+    mashupColumn->setContentsMargins(0, 0, 0, 0);
+    mashupColumn->setSpacing(0);
+    mashupBox_ = new QCheckBox(QStringLiteral("Mashup Mode"), mashupBlock);
     mashupBox_->setObjectName(QStringLiteral("mashupModeBox"));
-    row->addWidget(mashupBox_);
+    mashupColumn->addWidget(mashupBox_);
+    formatMismatchLabel_ = secondaryCaption(QString(), "formatMismatchLabel", mashupBlock);
+    formatMismatchLabel_->setFixedHeight(formatMismatchLabel_->fontMetrics().height());
+    formatMismatchLabel_->setStyleSheet(QStringLiteral("color: #c0392b;"));
+    mashupColumn->addWidget(formatMismatchLabel_);
+    row->addWidget(mashupBlock);
 
     // The seed of the last run sits under the Seed field and its Use button
     // rather than beside them, so the row stays narrower than the folder rows.
@@ -233,26 +247,56 @@ QWidget* ContentView::buildMasterRow() {
     modeHint_ = secondaryCaption(QString(), "modeHint", rowWidget);
     row->addWidget(modeHint_);
     row->addStretch(1);
-    // Under the Generate row, at the far end, so that no listed control moves.
-    joinFadeBox_ = new QCheckBox(QStringLiteral("Smooth joins"), rowWidget);
+    connect(masterSlider_, &QSlider::valueChanged, this,
+            [this](int value) { model_->setMasterVolume(static_cast<double>(value) / sliderSteps); });
+    return rowWidget;
+}
+
+QWidget* ContentView::buildSoundGroup(QWidget* parent) {
+    auto* group = new QGroupBox(QStringLiteral("Sound"), parent);
+    group->setObjectName(QStringLiteral("soundGroup"));
+    auto* grid = new QGridLayout(group);
+    grid->setContentsMargins(8, 4, 8, 6);
+    grid->setVerticalSpacing(4);
+    joinFadeBox_ = new QCheckBox(QStringLiteral("Smooth joins"), group);
     joinFadeBox_->setObjectName(QStringLiteral("joinFadeBox"));
     joinFadeBox_->setToolTip(QStringLiteral("Fade each slice in and out so joins and the loop seam do not click"));
-    row->addWidget(joinFadeBox_);
-    joinFadeMsBox_ = new QSpinBox(rowWidget);
+    grid->addWidget(joinFadeBox_, 0, 0);
+    joinFadeMsBox_ = new QSpinBox(group);
     joinFadeMsBox_->setObjectName(QStringLiteral("joinFadeMsBox"));
     joinFadeMsBox_->setSuffix(QStringLiteral(" ms"));
     joinFadeMsBox_->setRange(1, static_cast<int>(chop::maxJoinFadeMs));
     joinFadeMsBox_->setValue(defaultJoinFadeMs);
-    row->addWidget(joinFadeMsBox_);
-    connect(masterSlider_, &QSlider::valueChanged, this,
-            [this](int value) { model_->setMasterVolume(static_cast<double>(value) / sliderSteps); });
+    grid->addWidget(joinFadeMsBox_, 0, 1);
+    fitBox_ = new QComboBox(group);
+    fitBox_->setObjectName(QStringLiteral("fitBox"));
+    fitBox_->addItems({QStringLiteral("Length as cut"), QStringLiteral("Trim to loop"), QStringLiteral("Stretch to loop")});
+    fitBox_->setToolTip(QStringLiteral("Bring every variation to the length of the selected loop, so it sits on the "
+                                       "bar grid: cut or padded with silence, or time-stretched with its pitch kept"));
+    grid->addWidget(fitBox_, 1, 0, 1, 2);
+    matchFormatsBox_ = new QCheckBox(QStringLiteral("Match formats"), group);
+    matchFormatsBox_->setObjectName(QStringLiteral("matchFormatsBox"));
+    matchFormatsBox_->setToolTip(QStringLiteral("Mashup Mode: convert the checked loops to the selected loop's "
+                                                "channels, bit depth and sample rate before slicing"));
+    grid->addWidget(matchFormatsBox_, 2, 0);
+    matchTempoBox_ = new QCheckBox(QStringLiteral("Match tempo"), group);
+    matchTempoBox_->setObjectName(QStringLiteral("matchTempoBox"));
+    matchTempoBox_->setToolTip(QStringLiteral("Mashup Mode: stretch the checked loops to the selected loop's tempo "
+                                              "before slicing, keeping their pitch"));
+    grid->addWidget(matchTempoBox_, 2, 1);
+
     connect(joinFadeBox_, &QCheckBox::toggled, this,
             [this](bool on) { model_->setJoinFadeMs(on ? joinFadeMsBox_->value() : 0); });
     connect(joinFadeMsBox_, &QSpinBox::valueChanged, this, [this](int value) {
         if (joinFadeBox_->isChecked())
             model_->setJoinFadeMs(value);
     });
-    return rowWidget;
+    connect(fitBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        model_->setFit(static_cast<chop::FitMode>(std::clamp(index, 0, 2)));
+    });
+    connect(matchFormatsBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMatchFormats(on); });
+    connect(matchTempoBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMatchTempo(on); });
+    return group;
 }
 
 QWidget* ContentView::buildPanels() {
@@ -288,6 +332,9 @@ QWidget* ContentView::buildPanels() {
     sourceListLayout_->addStretch(1);
     sourceList->setWidget(sourceListContent);
     sourceColumn->addWidget(sourceList, 1);
+    // The options that change the sound of a run, under the loops they
+    // apply to; the rows above keep the window's width.
+    sourceColumn->addWidget(buildSoundGroup(sourcePanel));
     row->addWidget(sourcePanel);
 
     auto* right = new QWidget(panels);
@@ -459,6 +506,21 @@ void ContentView::redraw(Field field) {
         joinFadeMsBox_->setEnabled(m.joinFadeMs() > 0);
         break;
     }
+    case Field::fit: {
+        const QSignalBlocker blocker(fitBox_);
+        fitBox_->setCurrentIndex(static_cast<int>(m.fit()));
+        break;
+    }
+    case Field::matchFormats: {
+        const QSignalBlocker blocker(matchFormatsBox_);
+        matchFormatsBox_->setChecked(m.matchFormats());
+        break;
+    }
+    case Field::matchTempo: {
+        const QSignalBlocker blocker(matchTempoBox_);
+        matchTempoBox_->setChecked(m.matchTempo());
+        break;
+    }
     case Field::generatedLoops:
         loopList_->setLoops(m.generatedLoops(), m.playingTarget(), m.playbackProgress());
         redrawSelectionButtons();
@@ -554,6 +616,11 @@ void ContentView::redrawLastRun() {
     const std::optional<model::RunRecord>& run = model_->lastRun();
     seedOfRunLabel_->setText(run ? QStringLiteral("Seed of this run: %1").arg(run->seed) : QString());
     useSeedButton_->setVisible(run.has_value());
+    const std::optional<std::string> mismatch = run ? model::formatMismatchWarning(*run) : std::nullopt;
+    formatMismatchLabel_->setText(mismatch ? QStringLiteral("Formats differ") : QString());
+    formatMismatchLabel_->setToolTip(
+        mismatch ? QString::fromStdString(*mismatch) + QStringLiteral(" Tick Match formats to convert them.")
+                 : QString());
 }
 
 void ContentView::redrawSelectionButtons() {

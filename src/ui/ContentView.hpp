@@ -52,6 +52,7 @@ private:
     QWidget* buildGenerateRow();
     QWidget* buildGlitchRow();
     QWidget* buildMasterRow();
+    QWidget* buildSoundGroup(QWidget* parent);
     QWidget* buildPanels();
     QWidget* buildSelectionRow();
     QWidget* buildOutputRow();
@@ -102,6 +103,10 @@ private:
     QCheckBox* manifestBox_ = nullptr;
     QCheckBox* joinFadeBox_ = nullptr;
     QSpinBox* joinFadeMsBox_ = nullptr;
+    QComboBox* fitBox_ = nullptr;
+    QCheckBox* matchFormatsBox_ = nullptr;
+    QCheckBox* matchTempoBox_ = nullptr;
+    QLabel* formatMismatchLabel_ = nullptr;
     QLabel* statusLine_ = nullptr;
     QLineEdit* outputField_ = nullptr;
 

@@ -71,9 +71,10 @@ TEST(JoinFades, RealLoopsFallSilentAtEveryJoinAndChangeNothingElse) {
         for (const ChopModel model : models) {
             SCOPED_TRACE(std::string(name) + " " + std::string(label(model)));
             SeededGenerator rng(11);
-            const RunPlan plan = planRun(sources, {16, model, 3, 0.9, 5}, rng);
-            const auto plain = renderVariations(plan.variations, plan.pool, sources, 10, 0);
-            const auto faded = renderVariations(plan.variations, plan.pool, sources, 10, 5);
+            const PlanSettings settings{16, model, 3, 0.9, 5};
+            const RunPlan plan = planRun(sources, settings, rng);
+            const auto plain = renderVariations(plan.variations, plan.pool, sources, 10, {16, model, 3, 0.9, 0});
+            const auto faded = renderVariations(plan.variations, plan.pool, sources, 10, settings);
             for (std::size_t v = 0; v < plan.variations.size(); ++v) {
                 EXPECT_EQ(plain[v].pcm, renderVariation(plan.variations[v], plan.pool, sources));
                 const Bytes& pcm = faded[v].pcm;

@@ -26,9 +26,10 @@ std::vector<Bytes> variations(const audio::WavData& wav, ChopModel model, std::u
                               unsigned threads = 1) {
     SeededGenerator rng(seed);
     const std::vector<audio::WavData> sources{wav};
-    const RunPlan plan = planRun(sources, {16, model, count, 0.55}, rng);
+    const PlanSettings settings{16, model, count, 0.55};
+    const RunPlan plan = planRun(sources, settings, rng);
     std::vector<Bytes> result;
-    for (RenderedVariation& variation : renderVariations(plan.variations, plan.pool, sources, 1000, 0, threads))
+    for (RenderedVariation& variation : renderVariations(plan.variations, plan.pool, sources, 1000, settings, threads))
         result.push_back(std::move(variation.pcm));
     return result;
 }
