@@ -104,6 +104,8 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         {{"generate", "--source", amen, "--join-fade", "2.5", "--output", out}, 2,
          "--join-fade expects 0 (off) or a whole number of milliseconds from 1 to 50, not '2.5'"},
         {{"generate", "--source", amen, "--colour", "red", "--output", out}, 2, "unknown option '--colour'"},
+        {{"generate", "--source", amen, "--fit", "squeeze", "--output", out}, 2,
+         "--fit expects off, trim or stretch, not 'squeeze'"},
     };
     for (const auto& [arguments, exitCode, message] : cases) {
         const Outcome result = run(arguments);
@@ -214,9 +216,11 @@ TEST_F(Replay, ManifestDescribesTheRunAndReplayWritesTheSameFiles) {
     EXPECT_EQ(folderContents(at("again")), files);
 }
 
-// The fade is part of the run: recorded, replayed, and absent in a manifest
-// from before it existed, which replays without one.
-TEST_F(Replay, JoinFadeIsRecordedAndReplayedAndAbsentMeansOff) {
+// Each sound option is part of the run: recorded, replayed to the same
+// bytes, and absent in a manifest from before it existed, which replays
+// without it.
+TEST_F(Replay, SoundOptionsAreRecordedAndReplayedAndAbsentMeansOff) {
+    copyLoops({"amen_u8.wav"});
     const auto generate = [&](const std::string& folder, std::vector<std::string> extra) {
         std::vector<std::string> arguments{"generate", "--source", at("source/amen_s16.wav"), "--seed", "9",
                                            "--variations", "2", "--output", at(folder), "--manifest",
@@ -224,19 +228,41 @@ TEST_F(Replay, JoinFadeIsRecordedAndReplayedAndAbsentMeansOff) {
         arguments.insert(arguments.end(), extra.begin(), extra.end());
         return run(arguments);
     };
+    const std::string mashup = at("source/amen_u8.wav");
     ASSERT_EQ(generate("plain", {}).exitCode, 0);
-    ASSERT_EQ(generate("faded", {"--join-fade", "5"}).exitCode, 0);
-    auto manifest = nlohmann::json::parse(readText(at("faded.json")));
-    EXPECT_EQ(manifest["settings"]["joinFadeMs"], 5);
-    EXPECT_NE(folderContents(at("faded")), folderContents(at("plain")));
+    const Outcome rawMashup = generate("raw", {"--mashup", mashup, "--mashup", at("source/amen_s16.wav")});
+    ASSERT_EQ(rawMashup.exitCode, 0);
+    EXPECT_NE(rawMashup.err.find("Warning: amen_u8.wav is 8-bit stereo 44100 Hz but amen_s16.wav is 16-bit stereo "
+                                 "44100 Hz: its slices are pooled as raw bytes and will sound wrong. Use "
+                                 "--match-formats to convert the loops to one format.\n"),
+              std::string::npos)
+        << rawMashup.err;
+    const std::tuple<std::string, std::vector<std::string>, const char*, nlohmann::json> options[] = {
+        {"faded", {"--join-fade", "5"}, "joinFadeMs", 5},
+        {"trimmed", {"--fit", "trim"}, "fit", "trim"},
+        {"stretched", {"--fit", "stretch"}, "fit", "stretch"},
+        {"matched", {"--mashup", mashup, "--mashup", at("source/amen_s16.wav"), "--match-formats"}, "matchFormats",
+         true},
+    };
+    for (const auto& [folder, extra, key, value] : options) {
+        SCOPED_TRACE(folder);
+        const Outcome result = generate(folder, extra);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.err.find("Warning"), std::string::npos);
+        auto manifest = nlohmann::json::parse(readText(at(folder + ".json")));
+        EXPECT_EQ(manifest["settings"][key], value);
+        EXPECT_NE(folderContents(at(folder)), folderContents(at(folder == "matched" ? "raw" : "plain")));
 
-    ASSERT_EQ(run({"replay", at("faded.json"), "--output", at("again")}).exitCode, 0);
-    EXPECT_EQ(folderContents(at("again")), folderContents(at("faded")));
+        ASSERT_EQ(run({"replay", at(folder + ".json"), "--output", at(folder + "-again")}).exitCode, 0);
+        EXPECT_EQ(folderContents(at(folder + "-again")), folderContents(at(folder)));
 
-    manifest["settings"].erase("joinFadeMs");
-    std::ofstream(at("old.json")) << manifest.dump();
-    ASSERT_EQ(run({"replay", at("old.json"), "--output", at("old")}).exitCode, 0);
-    EXPECT_EQ(folderContents(at("old")), folderContents(at("plain")));
+        if (folder == "matched")
+            continue;
+        manifest["settings"].erase(key);
+        std::ofstream(at(folder + "-old.json")) << manifest.dump();
+        ASSERT_EQ(run({"replay", at(folder + "-old.json"), "--output", at(folder + "-old")}).exitCode, 0);
+        EXPECT_EQ(folderContents(at(folder + "-old")), folderContents(at("plain")));
+    }
 }
 
 TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {

@@ -2,10 +2,12 @@
 // drum breaks, its summary and names, and both hand-backs.
 #include "Fakes.hpp"
 
+#include "audio/FormatConversion.hpp"
 #include "audio/WavWriter.hpp"
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <utility>
 
 namespace marquetry::model::test {
@@ -176,6 +178,57 @@ TEST_F(AppModelGeneration, AHandBackAfterTheModelIsGoneDoesNothing) {
     start().generate();
     model.reset();
     tasks.drain();
+}
+
+// Loops of three layouts and two rates pooled in one mashup: matched, every
+// variation is a file our own reader accepts, as loud as its sources within
+// 3 dB and no more often at full scale; pooled raw, the 8-bit loop reads as
+// near-full-scale noise, which is what the warning says.
+TEST_F(AppModelGeneration, MatchedFormatsMashupSoundsLikeItsSources) {
+    const std::vector<std::string> loops = {addLoop("1.wav", "amen_s16.wav"), addLoop("2.wav", "breakbeat_s24_48k.wav"),
+                                            addLoop("3.wav", "amen_full_mono_u8.wav")};
+    struct Level {
+        double sumOfSquares = 0, fullScale = 0, samples = 0;
+        void add(const audio::WavData& wav) {
+            for (const float x : audio::toFloat(wav, wav.pcmData)) {
+                sumOfSquares += x * x;
+                fullScale += std::fabs(x) >= 0.999f;
+                samples += 1;
+            }
+        }
+        double rmsDb() const { return 10 * std::log10(sumOfSquares / samples); }
+        double fullScaleShare() const { return fullScale / samples; }
+    };
+    Level sources;
+    for (const std::string& path : loops)
+        sources.add(audio::loadWav(path));
+
+    AppModel& m = start();
+    m.selectFile(loops[0]);
+    m.setMashupMode(true);
+    for (const std::string& path : loops)
+        m.toggleMashupMembership(path, true);
+    for (const bool match : {true, false}) {
+        SCOPED_TRACE(match ? "matched" : "raw");
+        m.setMatchFormats(match);
+        generate();
+        ASSERT_EQ(m.generatedLoops().size(), 10u);
+        EXPECT_EQ(formatMismatchWarning(*m.lastRun()).has_value(), !match);
+        Level variations;
+        for (const GeneratedLoop& loop : m.generatedLoops()) {
+            audio::WavData wav = *m.sourceWavData();
+            wav.pcmData = loop.pcmData;
+            // Raw pooling can end a variation inside a frame, which the
+            // reader rightly refuses; matched variations must load.
+            variations.add(match ? audio::parseWav(audio::buildWavFileData(wav, wav.pcmData)) : wav);
+        }
+        if (match) {
+            EXPECT_NEAR(variations.rmsDb(), sources.rmsDb(), 3.0);
+            EXPECT_LE(variations.fullScaleShare(), sources.fullScaleShare());
+        } else {
+            EXPECT_GT(variations.rmsDb(), sources.rmsDb() + 3.0);
+        }
+    }
 }
 
 } // namespace
