@@ -227,6 +227,43 @@ private slots:
         QCOMPARE(view_->model().joinFadeMs(), std::int64_t{50});
     }
 
+    void soundOptionsReachTheModelAndAreRemembered() {
+        const model::AppModel& m = start({});
+        auto* fit = find<QComboBox>("fitBox");
+        QCOMPARE(fit->currentIndex(), 0);
+        QVERIFY(m.fit() == chop::FitMode::off && !m.matchFormats() && !m.matchTempo());
+        fit->setCurrentIndex(2);
+        click(find("matchFormatsBox"));
+        click(find("matchTempoBox"));
+        QVERIFY(m.fit() == chop::FitMode::stretch && m.matchFormats() && m.matchTempo());
+
+        view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
+        view_->show();
+        QCOMPARE(find<QComboBox>("fitBox")->currentIndex(), 2);
+        QVERIFY(find<QCheckBox>("matchFormatsBox")->isChecked() && find<QCheckBox>("matchTempoBox")->isChecked());
+        QVERIFY(view_->model().fit() == chop::FitMode::stretch);
+    }
+
+    // Beside Mashup Mode after a run that pooled loops of other formats as
+    // raw bytes, with the whole story in its tooltip; gone once matched.
+    void mashupOfOtherFormatsIsFlaggedBesideMashupMode() {
+        model::AppModel& m = start({"a.wav", "b.wav"});
+        platform_->addLoop("c.wav", "amen_u8.wav");
+        m.refreshFiles();
+        m.setMashupMode(true);
+        for (const std::string& path : m.wavFiles())
+            m.toggleMashupMembership(path, true);
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        auto* label = find<QLabel>("formatMismatchLabel");
+        QCOMPARE(label->text(), QStringLiteral("Formats differ"));
+        QVERIFY(label->toolTip().startsWith(QStringLiteral("c.wav is 8-bit stereo 44100 Hz but a.wav is 16-bit")));
+        click(find("matchFormatsBox"));
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        QCOMPARE(label->text(), QString());
+    }
+
     void returnInOutputFieldExpandsTilde_data() {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<bool>("expands");
