@@ -11,7 +11,9 @@
 //
 //   offset  size  meaning
 //   0       1     slice count: value % 133 - 2, so -2 ... 130
-//   1       1     chop model: value % 9, in picker order (Grid ... Momentum)
+//   1       1     chop model: value % 9, in picker order (Grid ... Momentum);
+//                 bit 4 matches the formats of a mashup's loops; (value >> 5)
+//                 % 3 fits the variations: off, trim, stretch
 //   2       1     bits 0-1 variation count + 1; bits 2-7 join fade in ms
 //                 (0 ... 63, past the longest a user may ask for) when
 //                 flag bit 7 is set
@@ -35,7 +37,9 @@
 #include "FuzzCheck.hpp"
 
 #include "audio/AppError.hpp"
+#include "audio/FormatConversion.hpp"
 #include "audio/WavReader.hpp"
+#include "chop/BarGridFit.hpp"
 #include "chop/JoinFades.hpp"
 #include "chop/Slicing.hpp"
 #include "chop/TransientDetection.hpp"
@@ -73,6 +77,8 @@ struct Settings {
     std::int64_t variationCount = 1;
     double glitchAmount = 0;
     std::int64_t joinFadeMs = 0;
+    chop::FitMode fit = chop::FitMode::off;
+    bool matchFormats = false;
     std::size_t imageCount = 1;
     bool mashup = false;
     bool blankSeedText = false;
@@ -103,6 +109,9 @@ Settings readSettings(const std::uint8_t* header) {
     Settings s;
     s.sliceCount = static_cast<std::int64_t>(header[0] % 133) - 2;
     s.model = chop::allChopModels[header[1] % chop::allChopModels.size()];
+    // The high bits of the model byte pick the options that reshape a run.
+    s.fit = static_cast<chop::FitMode>((header[1] >> 5) % 3);
+    s.matchFormats = (header[1] & 0x10) != 0;
     s.variationCount = header[2] % 4 + 1;
     s.glitchAmount = glitchAmount(header[3]);
     const std::uint8_t flags = header[4];
@@ -286,7 +295,7 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
     if (sources.empty() || sources.front().path.empty())
         return failWith("No source files available.");
 
-    const chop::PlanSettings settings{s.sliceCount, s.model, s.variationCount, s.glitchAmount, s.joinFadeMs};
+    const chop::PlanSettings settings{s.sliceCount, s.model, s.variationCount, s.glitchAmount, s.joinFadeMs, s.fit};
     chop::SeededGenerator rng(s.seed);
     std::vector<audio::WavData> decoded;
     std::vector<chop::PoolSlice> pool;
@@ -297,6 +306,8 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
         }
         try {
             decoded.push_back(audio::parseWav(source.image));
+            if (s.matchFormats && decoded.size() > 1)
+                decoded.back() = audio::convertFormat(decoded.back(), decoded.front());
             const audio::WavData& wav = decoded.back();
             chop::SeededGenerator probe = rng;
             const std::vector<chop::Slice> slices = checkedSlices(wav, s, probe);
@@ -335,11 +346,24 @@ Outcome engineRun(const std::vector<Source>& sources, const Settings& s) {
         }
         require(next == plan.byteCount, "placements add up to the variation");
         out.variations.push_back(chop::renderVariation(plan, pool, decoded));
-        chop::applyJoinFades(out.variations.back(), plan, decoded.front(),
-                             chop::joinFadeFrames(s.joinFadeMs, decoded.front().sampleRate));
-        require(static_cast<std::int64_t>(out.variations.back().size()) == plan.byteCount,
+        audio::Bytes& pcm = out.variations.back();
+        const audio::WavData& reference = decoded.front();
+        const audio::FrameCount fade = chop::joinFadeFrames(s.joinFadeMs, reference.sampleRate);
+        chop::applyJoinFades(pcm, plan, reference, fade);
+        require(static_cast<std::int64_t>(pcm.size()) == plan.byteCount,
                 "a rendered variation has its planned length, faded or not");
+        try {
+            chop::fitToFrames(pcm, reference, audio::frameCount(reference.pcmData.size(), reference.blockAlign), s.fit,
+                              std::max(fade, chop::joinFadeFrames(chop::minFitFadeMs, reference.sampleRate)));
+        } catch (const audio::AppError& error) {
+            return failWith(error.what());
+        }
+        require(s.fit == chop::FitMode::off || pcm.size() == reference.pcmData.size(),
+                "a fitted variation is as long as the reference");
     }
+    for (std::size_t k = 0; k < out.plans.size(); ++k)
+        chop::fitPlacements(out.plans[k], static_cast<std::int64_t>(out.variations[k].size()), s.fit,
+                            decoded.front().blockAlign);
     return out;
 }
 
@@ -347,7 +371,8 @@ bool isDocumentedRunMessage(const std::string& message, std::int64_t sliceCount)
     return fuzz::isReaderMessage(message)
            || message == "Input loop too short for " + std::to_string(sliceCount) + " slices."
            || message == "Calculated zero-length slices." || message == "No source files available."
-           || message == "Could not create slices from selected source audio.";
+           || message == "Could not create slices from selected source audio." || message.starts_with("Cannot convert ")
+           || message.starts_with("Cannot stretch ");
 }
 
 } // namespace
@@ -384,6 +409,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     request.versions = s.variationCount;
     request.glitchAmount = s.glitchAmount;
     request.joinFadeMs = s.joinFadeMs;
+    request.fit = s.fit;
+    request.matchFormats = s.matchFormats;
 
     // The source list: the checked files in name order (which is image order)
     // in Mashup Mode, otherwise the selected file alone.
