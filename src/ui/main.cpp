@@ -85,7 +85,8 @@ int main(int argc, char** argv) {
         // An untitled window shows the application's name on macOS but
         // nothing elsewhere.
         window.setWindowTitle(QApplication::applicationName());
-        window.setCentralWidget(new ui::ContentView(services.platform(), &ui::chooseAudioFiles, std::move(launch.selectedFile)));
+        window.setCentralWidget(
+            new ui::ContentView(services.platform(), &ui::chooseAudioFiles, std::move(launch.selectedFile)));
         ui::addHelpMenu(*window.menuBar());
         window.show();
         window.raise();
