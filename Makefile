@@ -2,7 +2,7 @@
 # dev (debug, warnings as errors), release, asan (Address- and
 # UndefinedBehaviorSanitizer), headless (no Qt), fuzz (libFuzzer targets,
 # built with clang).
-.PHONY: all deps test run build-% test-% bench fuzz screenshots clean
+.PHONY: all deps test run build-% test-% bench fuzz screenshots install package clean
 
 all: build-dev
 
@@ -20,6 +20,20 @@ test-%: build-%
 # with warnings as errors), the engine and model once more without Qt, then
 # every fuzz target for FUZZ_SECONDS.
 test: test-release test-asan test-headless fuzz
+
+# The optimised build's tests check its .deb too, so it is built first and
+# must be there.
+test-release: build-release package
+	MARQUETRY_REQUIRE_PACKAGE=1 ctest --preset release
+
+# The optimised build installed under PREFIX (no root needed for a prefix
+# you own), or packaged as build/release/marquetry_VERSION_ARCH.deb.
+PREFIX ?= /usr/local
+install: build-release
+	cmake --install build/release --prefix "$(PREFIX)"
+
+package: build-release
+	cmake --build --preset release --target package
 
 # The benchmarks and their baselines; figures and how to read them are in
 # bench/README.md.

@@ -7,6 +7,24 @@
 
 namespace marquetry::model {
 
+/// Where one launch starts: the source folder it reads instead of the stored
+/// one, and the loop it selects first.
+struct LaunchSource {
+    std::optional<std::string> sourceDir;
+    std::optional<std::string> selectedFile;
+
+    bool operator==(const LaunchSource&) const = default;
+};
+
+/// The start asked for by `sourceDir` (a folder named with --source-dir) and
+/// `openedFile` (a loop the desktop asked the program to open): the opened
+/// loop's folder with that loop selected, else the named folder, else
+/// neither. Relative paths are taken from the current directory; both come
+/// back absolute and without "." or ".." parts, so that "Save as Default"
+/// never stores a path that depends on where the program started. A path the
+/// system cannot make absolute is passed on as given.
+LaunchSource launchSource(const std::optional<std::string>& sourceDir, const std::optional<std::string>& openedFile);
+
 /// The stored settings as seen by one launch: a source folder given on the
 /// command line answers reads of the stored default source folder, without
 /// being stored. Every write goes through, so "Save as Default" still saves.

@@ -40,9 +40,10 @@ constexpr int defaultJoinFadeMs = 5;
 
 } // namespace
 
-ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles, QWidget* parent)
+ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles,
+                         std::optional<std::string> initialSelection, QWidget* parent)
     : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
-      model_(std::make_unique<model::AppModel>(std::move(platform))) {
+      model_(std::make_unique<model::AppModel>(std::move(platform), std::move(initialSelection))) {
     setMinimumSize(1040, 700);
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);

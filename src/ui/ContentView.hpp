@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,8 +37,10 @@ public:
     using AudioFileChooser = std::function<std::vector<std::string>(const std::string& folder)>;
 
     /// Creates the one AppModel of this window over `platform`, whose
-    /// services must outlive the view; Import... asks `chooseAudioFiles`.
-    ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles, QWidget* parent = nullptr);
+    /// services must outlive the view, starting on `initialSelection` when
+    /// its folder lists it; Import... asks `chooseAudioFiles`.
+    ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles,
+                std::optional<std::string> initialSelection = std::nullopt, QWidget* parent = nullptr);
     ~ContentView() override;
 
     /// The window's model, alive as long as the view; for tests and

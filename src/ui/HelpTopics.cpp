@@ -19,7 +19,7 @@ HelpPage welcomePage() {
             {
                 block(Style::header, {}),
                 block(Style::largeTitle, QStringLiteral("Welcome to Marquetry")),
-                block(Style::headline, QStringLiteral("Version v0.1.0-beta.1"), true),
+                block(Style::headline, QStringLiteral("Version v" MARQUETRY_VERSION), true),
                 block(Style::title3,
                       QStringLiteral("Marquetry turns one or more drum loops into playable break variations, with "
                                      "fast generation, in-context auditioning and selective export.")),
@@ -161,23 +161,25 @@ HelpPage licenseTermsPage() {
     return {10,
             {
                 title(HelpTopic::licenseTerms),
-                body(QStringLiteral("By installing or using Marquetry you agree to the following terms of use.")),
-                body(QStringLiteral("1. Marquetry is provided \"as is\", without warranty of any kind, express or "
-                                    "implied, including fitness for a particular purpose.")),
-                body(QStringLiteral("2. You are responsible for holding the rights to every recording you load, "
+                body(QStringLiteral("Marquetry is free software under the GNU General Public License, version 2 or "
+                                    "(at your option) any later version. In short:")),
+                body(QStringLiteral("1. You may run Marquetry for any purpose.")),
+                body(QStringLiteral("2. You may study how it works and change it; its source code is yours to have "
+                                    "with every copy.")),
+                body(QStringLiteral("3. You may give away or sell copies, changed or not, if you pass on the same "
+                                    "freedoms under the same licence, with the source code.")),
+                body(QStringLiteral("4. Marquetry comes without warranty of any kind, express or implied, including "
+                                    "fitness for a particular purpose, as far as the law permits.")),
+                body(QStringLiteral("5. You are responsible for holding the rights to every recording you load, "
                                     "slice or export with Marquetry.")),
-                body(QStringLiteral("3. Loops you generate from material you own or are licensed to use are yours, "
-                                    "including for commercial releases.")),
-                body(QStringLiteral("4. You may not sell, sublicense or redistribute Marquetry itself, in whole or in "
-                                    "part, without written permission.")),
-                body(QStringLiteral("5. You may not decompile, reverse engineer or remove notices from the "
-                                    "application, except where the law expressly allows it.")),
-                body(QStringLiteral("6. As far as the law permits, the authors are not liable for any loss of data, "
-                                    "audio or income arising from its use.")),
-                body(QStringLiteral("7. This is a beta release: features, file formats and these terms may change in "
-                                    "later versions.")),
+                body(QStringLiteral("6. Loops you generate from material you own or are licensed to use are yours, "
+                                    "including for commercial releases; the licence of the program does not cover "
+                                    "them.")),
+                body(QStringLiteral("7. This is a beta release: features and file formats may change in later "
+                                    "versions.")),
                 block(Style::body,
-                      QStringLiteral("If you do not accept these terms, stop using Marquetry and delete your copy."),
+                      QStringLiteral("The licence's full text comes with every copy of Marquetry: the file "
+                                     "LICENSE, installed as share/doc/marquetry/copyright."),
                       true),
             }};
 }

@@ -7,9 +7,7 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QMainWindow>
 #include <QMenuBar>
 
@@ -43,22 +41,32 @@ struct QtServices {
     ui::QtTimerFactory timers;
 };
 
-/// The folder given with --source-dir, made absolute so that "Save as
-/// Default" never stores a path that depends on where the program started.
-/// Exits with usage text on --help or an unknown option.
-std::optional<std::string> launchSourceDir(const QApplication& app) {
+/// The source folder and first selection asked for on the command line:
+/// --source-dir, or a loop the desktop's "Open With" hands over.
+/// Exits with the usage text on --help, the version on --version, and an
+/// error on an unknown option.
+model::LaunchSource launchSource(const QApplication& app) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Marquetry turns drum loops into new breaks."));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption sourceDir(
         QStringLiteral("source-dir"),
         QStringLiteral("Use DIR as the source folder for this launch, without storing it."), QStringLiteral("DIR"));
     parser.addOption(sourceDir);
+    parser.addPositionalArgument(
+        QStringLiteral("FILE"),
+        QStringLiteral("A WAV loop to open: its folder is the source folder for this launch and the loop is selected."),
+        QStringLiteral("[FILE]"));
     parser.process(app);
-    if (!parser.isSet(sourceDir))
-        return std::nullopt;
-    const QString absolute = QDir::cleanPath(QFileInfo(parser.value(sourceDir)).absoluteFilePath());
-    return QFile::encodeName(absolute).toStdString();
+    const auto text = [](const QString& value) { return QFile::encodeName(value).toStdString(); };
+    std::optional<std::string> folder;
+    if (parser.isSet(sourceDir))
+        folder = text(parser.value(sourceDir));
+    std::optional<std::string> file;
+    if (!parser.positionalArguments().isEmpty())
+        file = text(parser.positionalArguments().constFirst());
+    return model::launchSource(folder, file);
 }
 
 } // namespace
@@ -66,14 +74,19 @@ std::optional<std::string> launchSourceDir(const QApplication& app) {
 int main(int argc, char** argv) {
     QApplication::setOrganizationName(QStringLiteral("Marquetry"));
     QApplication::setApplicationName(QStringLiteral("Marquetry"));
+    QApplication::setApplicationVersion(QStringLiteral(MARQUETRY_VERSION));
+    // Lets the desktop match the window to its entry, and so to its icon.
+    QGuiApplication::setDesktopFileName(QStringLiteral(MARQUETRY_APP_ID));
     QApplication app(argc, argv);
     try {
-        QtServices services(launchSourceDir(app));
+        model::LaunchSource launch = launchSource(app);
+        QtServices services(std::move(launch.sourceDir));
         QMainWindow window;
         // An untitled window shows the application's name on macOS but
         // nothing elsewhere.
         window.setWindowTitle(QApplication::applicationName());
-        window.setCentralWidget(new ui::ContentView(services.platform(), &ui::chooseAudioFiles));
+        window.setCentralWidget(
+            new ui::ContentView(services.platform(), &ui::chooseAudioFiles, std::move(launch.selectedFile)));
         ui::addHelpMenu(*window.menuBar());
         window.show();
         window.raise();

@@ -6,6 +6,7 @@
 #include "Fakes.hpp"
 
 #include "audio/WaveformEnvelope.hpp"
+#include "model/FileSystem.hpp"
 #include "model/LaunchSettings.hpp"
 
 #include <gmock/gmock.h>
@@ -101,6 +102,20 @@ TEST(LaunchSettings, LaunchSourceFolderIsReadButNeverStored) {
     launch.setString(sourceKey, "/saved/source");
     EXPECT_EQ(stored.values[sourceKey], "/saved/source");
     EXPECT_EQ(launch.string(sourceKey), "/launch/loops") << "the launch folder wins for the whole launch";
+}
+
+// The window's command line: --source-dir, and a loop opened from the desktop.
+TEST(LaunchSettings, AnOpenedLoopStartsInItsFolderWithItSelected) {
+    const std::string here = pathText(fs::current_path());
+    const std::string parent = pathText(fs::current_path().parent_path());
+    using Launch = LaunchSource;
+    EXPECT_EQ(launchSource(std::nullopt, std::nullopt), Launch{});
+    EXPECT_EQ(launchSource("/loops/breaks/", std::nullopt), (Launch{"/loops/breaks", std::nullopt}));
+    EXPECT_EQ(launchSource("../x/./", std::nullopt), (Launch{parent + "/x", std::nullopt}));
+    EXPECT_EQ(launchSource(std::nullopt, "/loops/./a/../amen.wav"), (Launch{"/loops", "/loops/amen.wav"}));
+    EXPECT_EQ(launchSource("/elsewhere", "amen.wav"), (Launch{here, here + "/amen.wav"}))
+        << "the opened loop's folder wins, or the loop could not be selected";
+    EXPECT_EQ(launchSource("/loops", ""), (Launch{"/loops", std::nullopt})) << "an empty %f opens nothing";
 }
 
 TEST_F(AppModelSources, ScanListsWavEntriesByLowercasedNameAndSelectsTheFirst) {
