@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <numbers>
 #include <vector>
@@ -212,6 +213,12 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
     if (bestBeats == 0)
         return std::nullopt;
     return tempoAt(static_cast<double>(bestBeats) * 60 / seconds, frames, wav.sampleRate);
+}
+
+std::string tempoText(const TempoEstimate& tempo) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.1f BPM \u00b7 %g bar%s", tempo.bpm, tempo.bars, tempo.bars == 1 ? "" : "s");
+    return text;
 }
 
 } // namespace marquetry::chop

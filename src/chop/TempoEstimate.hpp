@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace marquetry::chop {
 
@@ -32,5 +33,9 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav);
 /// bpm rounded to one decimal, beats to the nearest whole beat (at least
 /// one). nullopt when the rate or length is 0 or bpm is not positive.
 std::optional<TempoEstimate> tempoAt(double bpm, audio::FrameCount frames, std::uint32_t sampleRate);
+
+/// "126.0 BPM · 1 bar", "70.0 BPM · 2.5 bars": as the window and the command
+/// line show an estimate.
+std::string tempoText(const TempoEstimate& tempo);
 
 } // namespace marquetry::chop

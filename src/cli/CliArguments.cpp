@@ -211,6 +211,11 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     importCommand->add_option("FILE", import.files)->required();
     importCommand->add_option("--to", import.folder)->required();
 
+    InfoOptions info;
+    CLI::App* infoCommand = commands.emplace_back(command(*app.add_subcommand("info")));
+    infoCommand->add_option("FILE", info.files)->required();
+    infoCommand->add_flag("--json", info.json);
+
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     CliArguments result;
@@ -255,6 +260,11 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         result.import = import;
         return result;
     }
+    if (infoCommand->parsed()) {
+        result.command = CliArguments::Command::info;
+        result.info = info;
+        return result;
+    }
     return std::string("no command given");
 }
 
@@ -265,6 +275,7 @@ std::string usageText() {
            "                         [--manifest FILE] [--join-fade MS]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
+           "  marquetry-cli info FILE... [--json]\n"
            "  marquetry-cli --help | --version\n"
            "\n"
            "Cuts a drum loop into slices, re-sequences them into new breaks and writes\n"
@@ -291,6 +302,8 @@ std::string usageText() {
            "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"
            "                   Ogg, 24-bit WAV, ...) into plain WAV loops in the folder\n"
            "                   given by --to; an existing file is never replaced\n"
+           "  info FILE...     print each WAV file's format, length, tempo and bars, or\n"
+           "                   why the reader refuses it; --json prints a JSON array\n"
            "  --help           show this text\n"
            "  --version        show the version\n"
            "\n"

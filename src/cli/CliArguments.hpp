@@ -54,12 +54,19 @@ struct ImportOptions {
     std::string folder;
 };
 
+/// An `info` request: the files to describe, as text or as JSON.
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+};
+
 struct CliArguments {
-    enum class Command { help, version, generate, replay, import };
+    enum class Command { help, version, generate, replay, import, info };
     Command command = Command::help;
     GenerateOptions generate;
     ReplayOptions replay;
     ImportOptions import;
+    InfoOptions info;
 };
 
 /// Parses the arguments that follow the program name. Returns the request,
