@@ -59,6 +59,7 @@ private:
     /// Brings the controls that show `field` up to date with the model.
     void redraw(Field field);
     void redrawSourceRows();
+    void redrawSourceTempo();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();
     void redrawGlitchRow();
@@ -95,6 +96,8 @@ private:
     QVBoxLayout* sourceListLayout_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
+    QLabel* sourceTempo_ = nullptr;
+    QLineEdit* sourceTempoField_ = nullptr;
     VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;
