@@ -20,9 +20,6 @@ constexpr double lowBandHz = 200;
 constexpr int toleranceHops = 3;
 // Loudness is measured over this many hops (20 ms).
 constexpr std::size_t smoothingHops = 4;
-// Grids are charged this many times the share of onsets they would catch by
-// chance, so that a finer grid has to earn its extra windows.
-constexpr double chancePenalty = 1;
 
 enum class Layout { none, u8, s16, s24, s32, f32 };
 
@@ -154,7 +151,7 @@ double gridScore(const std::vector<double>& cumulative, double loopHops, std::in
             sum += window(centre(phase, b) - toleranceHops, width);
         captured = std::max(captured, sum);
     }
-    return captured / total - chancePenalty * static_cast<double>(beats * width) / static_cast<double>(size);
+    return captured / total - static_cast<double>(beats * width) / static_cast<double>(size);
 }
 
 // A mild preference for the tempos drum loops are made at, even over an
@@ -184,6 +181,7 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
     const auto mostBeats = static_cast<std::int64_t>(std::floor(seconds * highestBpm / 60));
     const std::int64_t hop = std::max<std::int64_t>(1, std::llround(wav.sampleRate * hopSeconds));
     // Half a beat at the fastest tempo must span a few hops to be told apart.
+    // (At least one beat at 215 BPM is 55 hops, more than a grid window.)
     if (mostBeats < 1 || std::max<std::int64_t>(fewestBeats, 1) > mostBeats || frames / hop < 4 * mostBeats)
         return std::nullopt;
 
