@@ -21,6 +21,7 @@ int runCli(const std::vector<std::string>& arguments, std::ostream& out, std::os
         case CliArguments::Command::generate: return runGenerate(request.generate, out, err);
         case CliArguments::Command::replay: return runReplay(request.replay, out, err);
         case CliArguments::Command::import: return runImport(request.import, out);
+        case CliArguments::Command::info: return runInfo(request.info, out);
         }
     } catch (const std::exception& error) {
         // The model reports through its status line; this catches only the

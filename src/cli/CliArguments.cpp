@@ -1,6 +1,7 @@
 #include "cli/CliArguments.hpp"
 
 #include "chop/JoinFades.hpp"
+#include "chop/TempoEstimate.hpp"
 #include "model/FileSystem.hpp"
 
 #include <CLI/CLI.hpp>
@@ -86,6 +87,7 @@ std::string inQuotes(const std::string& text) {
 struct TypedGenerate {
     std::string source;
     std::vector<std::string> mashup;
+    std::vector<std::string> tempos;
     std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade, fit;
     bool matchFormats = false;
     bool matchTempo = false;
@@ -118,6 +120,14 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
     }
     if (typed.fit && !(options.fit = chop::parseFitMode(*typed.fit)))
         return malformed("--fit", *typed.fit, "off, trim or stretch");
+    for (const std::string& tempo : typed.tempos) {
+        const std::size_t equals = tempo.rfind('=');
+        const auto file = equals == std::string::npos ? std::nullopt : normalFilePath(tempo.substr(0, equals));
+        const auto bpm = equals == std::string::npos ? std::nullopt : parseReal(tempo.substr(equals + 1));
+        if (!file || !bpm || *bpm < chop::minTempoBpm || *bpm > chop::maxTempoBpm)
+            return malformed("--tempo", tempo, "FILE=BPM with a tempo from 20 to 999");
+        options.tempos[*file] = *bpm;
+    }
     options.matchFormats = typed.matchFormats;
     options.matchTempo = typed.matchTempo;
     if (typed.pick) {
@@ -207,6 +217,7 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         valueOption(*generate, name, *value);
     generate->add_flag("--match-formats", typed.matchFormats);
     generate->add_flag("--match-tempo", typed.matchTempo);
+    generate->add_option("--tempo", typed.tempos)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     generate->add_option("--output", typed.output)->required();
 
     ReplayOptions replay;
@@ -218,6 +229,11 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     CLI::App* importCommand = commands.emplace_back(command(*app.add_subcommand("import")));
     importCommand->add_option("FILE", import.files)->required();
     importCommand->add_option("--to", import.folder)->required();
+
+    InfoOptions info;
+    CLI::App* infoCommand = commands.emplace_back(command(*app.add_subcommand("info")));
+    infoCommand->add_option("FILE", info.files)->required();
+    infoCommand->add_flag("--json", info.json);
 
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -263,6 +279,11 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         result.import = import;
         return result;
     }
+    if (infoCommand->parsed()) {
+        result.command = CliArguments::Command::info;
+        result.info = info;
+        return result;
+    }
     return std::string("no command given");
 }
 
@@ -271,9 +292,10 @@ std::string usageText() {
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
            "                         [--manifest FILE] [--join-fade MS] [--fit MODE]\n"
-           "                         [--match-formats] [--match-tempo]\n"
+           "                         [--match-formats] [--match-tempo] [--tempo FILE=BPM]...\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
+           "  marquetry-cli info FILE... [--json]\n"
            "  marquetry-cli --help | --version\n"
            "\n"
            "Cuts a drum loop into slices, re-sequences them into new breaks and writes\n"
@@ -298,6 +320,8 @@ std::string usageText() {
            "                   (channels, bit depth, sample rate) before slicing\n"
            "  --match-tempo    stretch the --mashup loops to the --source loop's tempo\n"
            "                   before slicing\n"
+           "  --tempo FILE=BPM the tempo of a loop, over its estimate (20 to 999;\n"
+           "                   repeatable); marquetry-cli info shows the estimates\n"
            "  --output DIR     folder to write into, created when missing\n"
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
            "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"
@@ -307,6 +331,8 @@ std::string usageText() {
            "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"
            "                   Ogg, 24-bit WAV, ...) into plain WAV loops in the folder\n"
            "                   given by --to; an existing file is never replaced\n"
+           "  info FILE...     print each WAV file's format, length, tempo and bars, or\n"
+           "                   why the reader refuses it; --json prints a JSON array\n"
            "  --help           show this text\n"
            "  --version        show the version\n"
            "\n"

@@ -4,6 +4,7 @@
 #include "chop/FitMode.hpp"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -37,6 +38,9 @@ struct GenerateOptions {
     std::optional<chop::FitMode> fit;
     bool matchFormats = false;
     bool matchTempo = false;
+    /// Tempos the user gives for loops, by the same path form as
+    /// `sourceFile`, in chop::minTempoBpm to chop::maxTempoBpm.
+    std::map<std::string, double> tempos;
     /// As typed: the model expands a leading tilde itself.
     std::string outputDir;
     /// Variation numbers (from 1) that stay ticked, ascending, no repeats;
@@ -58,12 +62,19 @@ struct ImportOptions {
     std::string folder;
 };
 
+/// An `info` request: the files to describe, as text or as JSON.
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+};
+
 struct CliArguments {
-    enum class Command { help, version, generate, replay, import };
+    enum class Command { help, version, generate, replay, import, info };
     Command command = Command::help;
     GenerateOptions generate;
     ReplayOptions replay;
     ImportOptions import;
+    InfoOptions info;
 };
 
 /// Parses the arguments that follow the program name. Returns the request,

@@ -10,7 +10,12 @@
 #include "model/Sha256.hpp"
 #include "model/SystemServices.hpp"
 
+#include "chop/TempoEstimate.hpp"
+
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -138,6 +143,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
         app.setFit(*options.fit);
     app.setMatchFormats(options.matchFormats);
     app.setMatchTempo(options.matchTempo);
+    for (const auto& [file, bpm] : options.tempos)
+        app.setTempoOverride(file, bpm);
 
     // Checked against the count the model will generate; a count the model
     // refuses is left for generate to report.
@@ -207,6 +214,7 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.fit = request.fit;
     generate.matchFormats = request.matchFormats;
     generate.matchTempo = request.matchTempo;
+    generate.tempos = request.tempoOverrides;
     generate.outputDir = options.outputDir;
     generate.picks = manifest.numbers;
     return runGenerate(generate, out, err);
@@ -234,6 +242,44 @@ int runImport(const ImportOptions& options, std::ostream& out) {
         }
         out << std::flush;
     }
+    return status;
+}
+
+int runInfo(const InfoOptions& options, std::ostream& out) {
+    int status = exitSuccess;
+    auto array = nlohmann::ordered_json::array();
+    for (const std::string& file : options.files) {
+        audio::WavData wav;
+        try {
+            wav = audio::loadWav(file);
+        } catch (const std::exception& error) {
+            const std::string message = model::describe(error);
+            if (options.json)
+                array.push_back({{"file", file}, {"error", message}});
+            else // the system's own messages already start with the path
+                out << (message.starts_with(file + ": ") ? "" : file + ": ") << message << '\n';
+            status = exitFailure;
+            continue;
+        }
+        const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+        const double seconds = wav.sampleRate == 0 ? 0.0 : static_cast<double>(frames) / wav.sampleRate;
+        const auto tempo = chop::estimateTempo(wav);
+        if (options.json) {
+            array.push_back({{"file", file}, {"frames", frames}, {"sampleRate", wav.sampleRate},
+                             {"channels", wav.channels}, {"bitsPerSample", wav.bitsPerSample},
+                             {"audioFormat", wav.audioFormat}, {"seconds", seconds},
+                             {"bpm", tempo ? nlohmann::ordered_json(tempo->bpm) : nullptr},
+                             {"bars", tempo ? nlohmann::ordered_json(tempo->bars) : nullptr}});
+            continue;
+        }
+        char line[160];
+        std::snprintf(line, sizeof line, "%s %u-bit, %u ch, %u Hz, %lld frames, %.3f s, ",
+                      wav.audioFormat == audio::formatFloat ? "float" : "PCM", unsigned{wav.bitsPerSample},
+                      unsigned{wav.channels}, unsigned{wav.sampleRate}, static_cast<long long>(frames), seconds);
+        out << file << ": " << line << (tempo ? chop::tempoText(*tempo) : std::string("tempo unknown")) << '\n';
+    }
+    if (options.json)
+        out << array.dump(2) << '\n';
     return status;
 }
 

@@ -27,4 +27,12 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
 /// why it was refused. Returns exitFailure when any was refused.
 int runImport(const ImportOptions& options, std::ostream& out);
 
+/// Prints each file's format, frames, duration and estimated tempo and bars
+/// to `out`, one line per file, or with options.json a JSON array of
+/// objects (file, frames, sampleRate, channels, bitsPerSample, audioFormat,
+/// seconds, bpm, bars; bpm and bars null when the tempo cannot be told). A
+/// file the reader refuses gets the reader's message (in JSON as "error").
+/// Returns exitFailure when any file was refused.
+int runInfo(const InfoOptions& options, std::ostream& out);
+
 } // namespace marquetry::cli

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <exception>
 #include <filesystem>
 
@@ -148,6 +149,37 @@ void AppModel::setMatchTempo(bool value) {
     platform_.settings.setString(matchTempoKey, value ? "true" : "false");
 }
 
+std::map<std::string, double> AppModel::runTempoOverrides() const {
+    std::map<std::string, double> used;
+    for (const auto& [path, bpm] : tempoOverrides_)
+        if (path == selectedFile_ || (mashupMode_ && mashupSourcePaths_.contains(path)))
+            used.emplace(path, bpm);
+    return used;
+}
+
+std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) const {
+    const auto known = loopTempos_.find(path);
+    const auto corrected = tempoOverrides_.find(path);
+    if (corrected == tempoOverrides_.end())
+        return known == loopTempos_.end() ? std::nullopt : known->second.estimate;
+    if (known != loopTempos_.end())
+        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate))
+            return tempo;
+    return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
+}
+
+void AppModel::setTempoOverride(const std::string& path, std::optional<double> bpm) {
+    if (bpm && !(*bpm >= chop::minTempoBpm && *bpm <= chop::maxTempoBpm)) {
+        setStatus("Tempo must be from 20 to 999 BPM.");
+        return;
+    }
+    if (bpm)
+        tempoOverrides_[path] = *bpm;
+    else
+        tempoOverrides_.erase(path);
+    notify(Field::tempo);
+}
+
 void AppModel::setMasterVolume(double value) {
     write(masterVolume_, value, Field::masterVolume);
     preview_.applyVolume(masterVolume_);
@@ -262,6 +294,10 @@ void AppModel::loadSelectedSourceWaveform() {
         write(sourceWavData_, std::optional(std::move(wav)), Field::sourceWavData);
         write(sourceWaveform_, std::move(envelope), Field::sourceWaveform);
         write(generatedLoops_, {}, Field::generatedLoops);
+        const audio::WavData& loaded = *sourceWavData_;
+        loopTempos_[*selectedFile_] = {chop::estimateTempo(loaded),
+                                       audio::frameCount(loaded.pcmData.size(), loaded.blockAlign), loaded.sampleRate};
+        notify(Field::tempo);
         setStatus("Loaded source: " + fileName(*selectedFile_));
     } catch (const std::exception& error) {
         write(sourceWaveform_, {}, Field::sourceWaveform);
@@ -310,7 +346,7 @@ void AppModel::generate() {
         .fit = fit_,
         .matchFormats = matchFormats_,
         .matchTempo = matchTempo_,
-        .tempoOverrides = {},
+        .tempoOverrides = matchTempo_ ? runTempoOverrides() : std::map<std::string, double>{},
     };
     // A worker that cannot start must not leave the model busy for good.
     try {

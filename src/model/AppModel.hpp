@@ -2,6 +2,7 @@
 
 #include "audio/WavData.hpp"
 #include "chop/ChopModel.hpp"
+#include "chop/TempoEstimate.hpp"
 #include "model/GeneratedLoop.hpp"
 #include "model/Generation.hpp"
 #include "model/Platform.hpp"
@@ -9,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -30,7 +32,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs, fit, matchFormats, matchTempo,
+        joinFadeMs, fit, matchFormats, matchTempo, tempo,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -96,6 +98,18 @@ public:
     /// reference's format, and stretch them to its tempo, before slicing.
     bool matchFormats() const { return matchFormats_; }
     bool matchTempo() const { return matchTempo_; }
+
+    /// The tempo of the loop at `path` for this session: the user's
+    /// correction when there is one (bars and beats counted over the loop's
+    /// length once it has been decoded, else 0), otherwise the estimate made
+    /// when it was last decoded; none when neither is known. Main thread.
+    std::optional<chop::TempoEstimate> tempoFor(const std::string& path) const;
+    /// The user's tempo corrections by path, in BPM, for this session.
+    const std::map<std::string, double>& tempoOverrides() const { return tempoOverrides_; }
+    /// Corrects (or with none, forgets the correction of) the tempo of the
+    /// loop at `path`, writing `tempo`. A value outside chop::minTempoBpm to
+    /// chop::maxTempoBpm is refused with a status and changes nothing.
+    void setTempoOverride(const std::string& path, std::optional<double> bpm);
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -247,6 +261,17 @@ private:
     chop::FitMode fit_ = chop::FitMode::off;
     bool matchFormats_ = false;
     bool matchTempo_ = false;
+    // The corrections a run with tempo matching reads: those of its own
+    // loops, so a manifest records no others.
+    std::map<std::string, double> runTempoOverrides() const;
+    // What each decoded loop's tempo was estimated as, and its length.
+    struct LoopTempo {
+        std::optional<chop::TempoEstimate> estimate;
+        audio::FrameCount frames = 0;
+        std::uint32_t sampleRate = 0;
+    };
+    std::map<std::string, LoopTempo> loopTempos_;
+    std::map<std::string, double> tempoOverrides_;
     playback::PreviewSession preview_;
 
     // Hand-backs queued by a run check this before touching a model that the

@@ -3,6 +3,7 @@
 #include "audio/AppError.hpp"
 #include "audio/FormatConversion.hpp"
 #include "chop/BarGridFit.hpp"
+#include "chop/TempoEstimate.hpp"
 #include "audio/WaveformEnvelope.hpp"
 #include "audio/WavReader.hpp"
 #include "model/ErrorText.hpp"
@@ -12,6 +13,7 @@
 #include "model/UnicodeOrder.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace marquetry::model {
@@ -30,6 +32,34 @@ std::vector<std::string> sourceList(const GenerationRequest& request) {
         return paths;
     }
     return {request.selectedPath};
+}
+
+// The tempo a mashup is matched to or from: the user's correction, else the
+// estimate. A loop whose tempo cannot be told stops the run with a sentence
+// that says how to go on, rather than pooling it at a guess.
+double tempoOf(const std::string& path, const audio::WavData& wav, const GenerationRequest& request) {
+    if (const auto corrected = request.tempoOverrides.find(path); corrected != request.tempoOverrides.end())
+        return corrected->second;
+    if (const auto estimate = chop::estimateTempo(wav))
+        return estimate->bpm;
+    throw audio::AppError::io("Cannot match the tempo of " + fileName(path)
+                              + ": its tempo cannot be told. Type its tempo beside the waveform, or turn off Match "
+                                "tempo.");
+}
+
+// A mashup loop as the reference would have it, before it is sliced: in the
+// reference's format, then at the reference's tempo.
+void matchToReference(audio::WavData& wav, const std::string& path, const audio::WavData& reference,
+                      double referenceBpm, const GenerationRequest& request) {
+    if (request.matchFormats)
+        wav = audio::convertFormat(wav, reference);
+    if (!request.matchTempo)
+        return;
+    const double bpm = tempoOf(path, wav, request);
+    const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+    const auto target = static_cast<audio::FrameCount>(std::llround(static_cast<double>(frames) * bpm / referenceBpm));
+    if (target != frames)
+        wav.pcmData = chop::stretchToFrames(wav, wav.pcmData, target);
 }
 
 void requireMemory(double bytes) {
@@ -70,6 +100,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     // source is the reference: its format is the variations' format.
     std::vector<audio::WavData> sources;
     sources.reserve(paths.size());
+    double referenceBpm = 0;
     for (const std::string& path : paths) {
         audio::Bytes image = audio::readWholeFile(path);
         std::string sha256 = sha256Hex(image);
@@ -78,8 +109,10 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
                                       audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate,
                                                      wav.blockAlign, wav.bitsPerSample, {}},
                                       audio::frameCount(wav.pcmData.size(), wav.blockAlign)});
-        if (request.matchFormats && !sources.empty())
-            wav = audio::convertFormat(wav, sources.front());
+        if (sources.empty() && request.matchTempo && paths.size() > 1)
+            referenceBpm = tempoOf(path, wav, request);
+        if (!sources.empty())
+            matchToReference(wav, path, sources.front(), referenceBpm, request);
         sources.push_back(std::move(wav));
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);

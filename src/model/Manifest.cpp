@@ -2,6 +2,7 @@
 
 #include "chop/BarGridFit.hpp"
 #include "chop/JoinFades.hpp"
+#include "chop/TempoEstimate.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -16,8 +17,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* formatName = "marquetry-manifest";
 constexpr std::int64_t formatVersion = 1;
-constexpr double minTempoBpm = 20;
-constexpr double maxTempoBpm = 999;
 
 Json placementJson(const chop::Placement& placement, const RunRecord& run, std::int64_t blockAlign) {
     const chop::PoolSlice& slice = run.pool.at(static_cast<std::size_t>(placement.slice));
@@ -202,10 +201,10 @@ Manifest parseManifest(std::string_view input) {
         if (!overrides.is_object())
             refuse("\"tempoOverrides\" in " + inSettings + " is not a set of files and tempos");
         for (const auto& [path, bpm] : overrides.items()) {
-            if (!bpm.is_number() || !(bpm.get<double>() >= minTempoBpm && bpm.get<double>() <= maxTempoBpm))
+            if (!bpm.is_number() || !(bpm.get<double>() >= chop::minTempoBpm && bpm.get<double>() <= chop::maxTempoBpm))
                 refuse("the tempo of " + path + " in \"tempoOverrides\" is not from "
-                       + std::to_string(static_cast<int>(minTempoBpm)) + " to "
-                       + std::to_string(static_cast<int>(maxTempoBpm)) + " BPM");
+                       + std::to_string(static_cast<int>(chop::minTempoBpm)) + " to "
+                       + std::to_string(static_cast<int>(chop::maxTempoBpm)) + " BPM");
             request.tempoOverrides[path] = bpm.get<double>();
         }
     }

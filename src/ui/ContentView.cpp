@@ -65,7 +65,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
-          Field::fit, Field::matchFormats, Field::matchTempo})
+          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo})
         redraw(field);
 }
 
@@ -355,7 +355,32 @@ QWidget* ContentView::buildPanels() {
     sourceCaption_ = new QLabel(right);
     sourceCaption_->setObjectName(QStringLiteral("sourceCaption"));
     sourceCaption_->setFont(look::captionFont(font()));
-    stack->addWidget(sourceCaption_);
+    // The loop's tempo beside the caption, with a field to correct it.
+    auto* captionRow = new QHBoxLayout;
+    captionRow->setSpacing(8);
+    captionRow->addWidget(sourceCaption_);
+    captionRow->addStretch(1);
+    sourceTempo_ = new QLabel(right);
+    sourceTempo_->setObjectName(QStringLiteral("sourceTempo"));
+    sourceTempo_->setFont(look::captionFont(font()));
+    captionRow->addWidget(sourceTempo_);
+    sourceTempoField_ = new QLineEdit(right);
+    sourceTempoField_->setObjectName(QStringLiteral("sourceTempoField"));
+    sourceTempoField_->setFont(look::captionFont(font()));
+    sourceTempoField_->setPlaceholderText(QStringLiteral("BPM"));
+    sourceTempoField_->setToolTip(QStringLiteral("Correct the loop's tempo (20 to 999 BPM); empty uses the estimate"));
+    sourceTempoField_->setFixedWidth(sourceTempoField_->fontMetrics().horizontalAdvance(QStringLiteral("000.0")) + 16);
+    captionRow->addWidget(sourceTempoField_);
+    connect(sourceTempoField_, &QLineEdit::editingFinished, this, [this] {
+        if (!model_->selectedFile())
+            return;
+        const QString text = sourceTempoField_->text().trimmed();
+        bool ok = false;
+        const double bpm = text.toDouble(&ok);
+        model_->setTempoOverride(*model_->selectedFile(),
+                                 text.isEmpty() ? std::nullopt : std::optional(ok ? bpm : std::nan("")));
+    });
+    stack->addLayout(captionRow);
 
     auto* divider = new QFrame(right);
     divider->setFrameShape(QFrame::HLine);
@@ -456,7 +481,12 @@ void ContentView::redraw(Field field) {
     case Field::outputDir: syncText(outputField_, m.outputDir()); break;
     case Field::wavFiles:
     case Field::mashupSourcePaths: redrawSourceRows(); break;
+    case Field::tempo:
+        redrawSourceRows();
+        redrawSourceTempo();
+        break;
     case Field::selectedFile:
+        redrawSourceTempo();
         redrawSourceRows();
         redrawGenerateButton();
         break;
@@ -539,6 +569,7 @@ void ContentView::redrawSourceRows() {
             .isSelected = m.selectedFile() && *m.selectedFile() == path,
             .inMashup = m.mashupSourcePaths().contains(path),
             .mashupMode = m.mashupMode(),
+            .tempo = m.tempoFor(path) ? chop::tempoText(*m.tempoFor(path)) : std::string(),
         };
     };
 
@@ -568,6 +599,17 @@ void ContentView::redrawSourceRows() {
         row->show();
         sourceRows_.push_back(row);
     }
+}
+
+void ContentView::redrawSourceTempo() {
+    const model::AppModel& m = *model_;
+    const auto tempo = m.selectedFile() ? m.tempoFor(*m.selectedFile()) : std::nullopt;
+    sourceTempo_->setText(tempo ? QString::fromStdString(chop::tempoText(*tempo)) : QString());
+    const auto corrected = m.selectedFile() ? m.tempoOverrides().find(*m.selectedFile()) : m.tempoOverrides().end();
+    const QString typed = corrected == m.tempoOverrides().end() ? QString() : QString::number(corrected->second);
+    if (!sourceTempoField_->hasFocus() || sourceTempoField_->text() != typed)
+        sourceTempoField_->setText(typed);
+    sourceTempoField_->setEnabled(m.selectedFile().has_value());
 }
 
 void ContentView::redrawPlayingTarget() {

@@ -63,6 +63,7 @@ private:
     /// Brings the controls that show `field` up to date with the model.
     void redraw(Field field);
     void redrawSourceRows();
+    void redrawSourceTempo();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();
     void redrawGlitchRow();
@@ -99,6 +100,8 @@ private:
     QVBoxLayout* sourceListLayout_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
+    QLabel* sourceTempo_ = nullptr;
+    QLineEdit* sourceTempoField_ = nullptr;
     VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;

@@ -6,6 +6,7 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QPainter>
 
 namespace marquetry::ui {
@@ -100,6 +101,11 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     button->setToolTip(QString::fromStdString(values.file));
     selectButton_ = button;
     layout->addWidget(button, 0, Qt::AlignVCenter);
+    tempoLabel_ = new QLabel(this);
+    tempoLabel_->setObjectName(QStringLiteral("sourceFileTempo"));
+    tempoLabel_->setFont(look::captionFont(font()));
+    tempoLabel_->setForegroundRole(QPalette::PlaceholderText);
+    layout->addWidget(tempoLabel_, 0, Qt::AlignVCenter);
     layout->addStretch(1);
 
     poolCheckBox_ = new QCheckBox(this);
@@ -126,6 +132,8 @@ void SourceFileRow::setValues(const Values& values) {
         const QSignalBlocker blocker(poolCheckBox_);
         poolCheckBox_->setChecked(values.inMashup);
     }
+    if (values.tempo != values_.tempo || tempoLabel_->text().isEmpty() != values.tempo.empty())
+        tempoLabel_->setText(QString::fromStdString(values.tempo));
     values_ = values;
 }
 

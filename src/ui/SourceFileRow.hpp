@@ -7,6 +7,7 @@
 
 class QAbstractButton;
 class QCheckBox;
+class QLabel;
 
 namespace marquetry::ui {
 
@@ -22,6 +23,7 @@ public:
         bool isSelected = false;
         bool inMashup = false;
         bool mashupMode = false;
+        std::string tempo; ///< "126.0 BPM · 1 bar", empty while unknown
         bool operator==(const Values&) const = default;
     };
 
@@ -45,6 +47,7 @@ private:
     std::function<void(bool)> onMashupToggle_;
     QAbstractButton* selectButton_ = nullptr;
     QCheckBox* poolCheckBox_ = nullptr;
+    QLabel* tempoLabel_ = nullptr;
 };
 
 } // namespace marquetry::ui

@@ -106,6 +106,8 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         {{"generate", "--source", amen, "--colour", "red", "--output", out}, 2, "unknown option '--colour'"},
         {{"generate", "--source", amen, "--fit", "squeeze", "--output", out}, 2,
          "--fit expects off, trim or stretch, not 'squeeze'"},
+        {{"generate", "--source", amen, "--tempo", amen + "=1000", "--output", out}, 2,
+         "--tempo expects FILE=BPM with a tempo from 20 to 999, not '" + amen + "=1000'"},
     };
     for (const auto& [arguments, exitCode, message] : cases) {
         const Outcome result = run(arguments);
@@ -311,6 +313,24 @@ TEST_F(CliInProcess, ImportConvertsWhatItCanAndSaysWhyForTheRest) {
         << result.out;
     EXPECT_TRUE(result.out.ends_with(at("source/amen_s16-2.wav") + "\n")) << result.out;
     EXPECT_EQ(run({"import", flac, "--to", at("new/folder")}).out, at("new/folder/amen_s16.wav") + "\n");
+}
+
+TEST_F(CliInProcess, InfoDescribesEachFileAndExitsOneWhenTheReaderRefusesAny) {
+    copyLoops({"breakbeat_s16.wav", "amen_f32.wav"});
+    std::ofstream(root / "notes.txt") << "not audio";
+    const Outcome text = run({"info", at("source/breakbeat_s16.wav"), at("notes.txt")});
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_EQ(text.out, at("source/breakbeat_s16.wav")
+                            + ": PCM 16-bit, 2 ch, 44100 Hz, 84000 frames, 1.905 s, 126.0 BPM \u00b7 1 bar\n"
+                            + at("notes.txt") + ": WAV file is too small.\n");
+
+    const Outcome json = run({"info", "--json", at("source/amen_f32.wav")});
+    EXPECT_EQ(json.exitCode, 0);
+    auto expected = nlohmann::json::parse(R"([{"file": "", "frames": 77321, "sampleRate": 44100, "channels": 2,
+        "bitsPerSample": 32, "audioFormat": 3, "seconds": 0, "bpm": 136.9, "bars": 1.0}])");
+    expected[0]["file"] = at("source/amen_f32.wav");
+    expected[0]["seconds"] = 77321.0 / 44100;
+    EXPECT_EQ(nlohmann::json::parse(json.out), expected);
 }
 
 // The real program, for what only a process shows.

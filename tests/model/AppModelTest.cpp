@@ -132,6 +132,34 @@ TEST_F(AppModelSources, ScanListsWavEntriesByLowercasedNameAndSelectsTheFirst) {
     EXPECT_EQ(m.status(), "Loaded 3 WAV file(s).");
 }
 
+TEST_F(AppModelSources, TempoIsEstimatedOnDecodingAndACorrectionWinsForTheSession) {
+    const std::string amen = addLoop("a.wav");
+    const std::string breakbeat = addLoop("b.wav", "breakbeat_s16.wav");
+    AppModel& m = start();
+    std::vector<AppModel::Field> fields;
+    m.subscribe([&](AppModel::Field field) { fields.push_back(field); });
+    EXPECT_EQ(m.tempoFor(amen), (chop::TempoEstimate{136.9, 4, 1}));
+    EXPECT_EQ(m.tempoFor(breakbeat), std::nullopt) << "not decoded yet";
+
+    m.setTempoOverride(breakbeat, 63);
+    EXPECT_EQ(m.tempoFor(breakbeat), (chop::TempoEstimate{63, 0, 0})) << "no length known yet";
+    m.selectFile(breakbeat);
+    EXPECT_EQ(m.tempoFor(breakbeat), (chop::TempoEstimate{63, 2, 0.5}));
+    m.setTempoOverride(amen, 68.45);
+    EXPECT_EQ(m.tempoFor(amen), (chop::TempoEstimate{68.5, 2, 0.5}));
+    EXPECT_EQ(m.tempoOverrides(), (std::map<std::string, double>{{amen, 68.45}, {breakbeat, 63}}));
+
+    fields.clear();
+    for (const double refused : {19.9, 999.1, std::nan("")}) {
+        m.setTempoOverride(amen, refused);
+        EXPECT_EQ(m.status(), "Tempo must be from 20 to 999 BPM.");
+    }
+    EXPECT_THAT(fields, ::testing::Each(AppModel::Field::status));
+    m.setTempoOverride(amen, std::nullopt);
+    EXPECT_EQ(m.tempoFor(amen), (chop::TempoEstimate{136.9, 4, 1}));
+    EXPECT_EQ(fields.back(), AppModel::Field::tempo);
+}
+
 TEST_F(AppModelSources, RescanMovesADeletedSelectionToTheFirstFileAndDropsItsCheckMark) {
     const std::string a = addLoop("a.wav", "breakbeat_s16.wav");
     const std::string b = addLoop("b.wav");

@@ -4,6 +4,7 @@
 
 #include "audio/FormatConversion.hpp"
 #include "audio/WavWriter.hpp"
+#include "chop/TempoEstimate.hpp"
 
 #include <gmock/gmock.h>
 
@@ -229,6 +230,49 @@ TEST_F(AppModelGeneration, MatchedFormatsMashupSoundsLikeItsSources) {
             EXPECT_GT(variations.rmsDb(), sources.rmsDb() + 3.0);
         }
     }
+}
+
+// Matched tempo stretches every other loop of a mashup by its tempo over the
+// reference's before slicing, the user's tempo winning over the estimate; a
+// loop whose tempo cannot be told stops the run and says what to do.
+TEST_F(AppModelGeneration, MatchedTempoStretchesTheOtherLoopsToTheReferenceTempo) {
+    const std::string amen = addLoop("1.wav", "amen_s16.wav");
+    const std::string breakbeat = addLoop("2.wav", "breakbeat_s16.wav");
+    AppModel& m = start();
+    m.selectFile(amen);
+    m.setMashupMode(true);
+    m.toggleMashupMembership(amen, true);
+    m.toggleMashupMembership(breakbeat, true);
+    m.setMatchTempo(true);
+    const auto pooledFrames = [&](std::int64_t source) {
+        audio::FrameCount frames = 0;
+        for (const chop::PoolSlice& slice : m.lastRun()->pool)
+            frames += slice.source == source ? slice.frames : 0;
+        return frames;
+    };
+    const auto framesOf = [](const std::string& path) {
+        const audio::WavData wav = audio::loadWav(path);
+        return static_cast<double>(audio::frameCount(wav.pcmData.size(), wav.blockAlign));
+    };
+    const double amenBpm = chop::estimateTempo(audio::loadWav(amen))->bpm;
+    for (const double breakbeatBpm : {126.0, 100.0}) {
+        if (breakbeatBpm != 126.0)
+            m.setTempoOverride(breakbeat, breakbeatBpm);
+        generate();
+        ASSERT_EQ(m.generatedLoops().size(), 10u) << m.status();
+        EXPECT_EQ(pooledFrames(0), framesOf(amen));
+        EXPECT_NEAR(static_cast<double>(pooledFrames(1)), framesOf(breakbeat) * breakbeatBpm / amenBpm, 16.0);
+    }
+    EXPECT_EQ(m.lastRun()->request.tempoOverrides, (std::map<std::string, double>{{breakbeat, 100.0}}));
+
+    const std::string silence = addLoop("3.wav");
+    const audio::WavData silent = audio::test::record(audio::formatPcm, 2, 4, 16, audio::Bytes(44100 * 4, 0));
+    audio::test::writeFile(silence, audio::buildWavFileData(silent, silent.pcmData));
+    m.refreshFiles();
+    m.toggleMashupMembership(silence, true);
+    generate();
+    EXPECT_EQ(m.status(), "Error: Cannot match the tempo of 3.wav: its tempo cannot be told. Type its tempo beside "
+                          "the waveform, or turn off Match tempo.");
 }
 
 } // namespace

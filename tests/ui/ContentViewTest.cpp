@@ -264,6 +264,35 @@ private slots:
         QCOMPARE(label->text(), QString());
     }
 
+    void tempoShowsInTheListAndCaptionAndTypingCorrectsIt() {
+        model::AppModel& m = start();
+        const auto rowTempo = [this](int row) {
+            return view_->findChildren<QLabel*>("sourceFileTempo").at(row)->text();
+        };
+        const QString amen = QString::fromUtf8("136.9 BPM \u00b7 1 bar");
+        QCOMPARE(find<QLabel>("sourceTempo")->text(), amen);
+        QCOMPARE(rowTempo(0), amen);
+        QCOMPARE(rowTempo(1), QString()); // not decoded yet
+
+        auto* field = find<QLineEdit>("sourceTempoField");
+        field->setFocus();
+        QTest::keyClicks(field, "68.45");
+        QTest::keyClick(field, Qt::Key_Return);
+        const QString corrected = QString::fromUtf8("68.5 BPM \u00b7 0.5 bars");
+        QCOMPARE(find<QLabel>("sourceTempo")->text(), corrected);
+        QCOMPARE(rowTempo(0), corrected);
+        QCOMPARE(m.tempoOverrides().at(*m.selectedFile()), 68.45);
+
+        field->clear();
+        QTest::keyClicks(field, "fast");
+        QTest::keyClick(field, Qt::Key_Return);
+        QCOMPARE(m.status(), std::string("Tempo must be from 20 to 999 BPM."));
+        QCOMPARE(rowTempo(0), corrected);
+        field->clear();
+        QTest::keyClick(field, Qt::Key_Return);
+        QCOMPARE(rowTempo(0), amen);
+    }
+
     void returnInOutputFieldExpandsTilde_data() {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<bool>("expands");

@@ -1,0 +1,222 @@
+#include "chop/TempoEstimate.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <numbers>
+#include <vector>
+
+namespace marquetry::chop {
+namespace {
+
+constexpr double lowestBpm = 55;
+constexpr double highestBpm = 215;
+// Onsets are read every 5 ms, a step finer than any beat's timing matters.
+constexpr double hopSeconds = 0.005;
+// Kicks and snare bodies live below this; hi-hats hardly reach it.
+constexpr double lowBandHz = 200;
+// How far a hit may lie from its grid point and still count (swing, hands).
+constexpr int toleranceHops = 3;
+// Loudness is measured over this many hops (20 ms).
+constexpr std::size_t smoothingHops = 4;
+
+enum class Layout { none, u8, s16, s24, s32, f32 };
+
+Layout layoutOf(const audio::WavData& wav) {
+    const std::size_t width = wav.bitsPerSample / 8u;
+    if (wav.channels == 0 || wav.bitsPerSample % 8 != 0 || static_cast<std::size_t>(wav.channels) * width > wav.blockAlign)
+        return Layout::none;
+    if (wav.audioFormat == audio::formatFloat)
+        return wav.bitsPerSample == 32 ? Layout::f32 : Layout::none;
+    if (wav.audioFormat != audio::formatPcm)
+        return Layout::none;
+    switch (wav.bitsPerSample) {
+    case 8: return Layout::u8;
+    case 16: return Layout::s16;
+    case 24: return Layout::s24;
+    case 32: return Layout::s32;
+    default: return Layout::none;
+    }
+}
+
+float sampleValue(Layout layout, const std::uint8_t* p) {
+    switch (layout) {
+    case Layout::u8: return static_cast<float>(p[0] - 128) * 0x1p-7f;
+    case Layout::s16: return static_cast<float>(static_cast<std::int16_t>(p[0] | (p[1] << 8))) * 0x1p-15f;
+    case Layout::s24: {
+        std::int32_t value = p[0] | (p[1] << 8) | (p[2] << 16);
+        if ((p[2] & 0x80) != 0)
+            value -= 1 << 24;
+        return static_cast<float>(value) * 0x1p-23f;
+    }
+    case Layout::s32:
+    case Layout::f32: {
+        const std::uint32_t bits = static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8)
+                                   | (static_cast<std::uint32_t>(p[2]) << 16)
+                                   | (static_cast<std::uint32_t>(p[3]) << 24);
+        if (layout == Layout::s32)
+            return static_cast<float>(static_cast<std::int32_t>(bits)) * 0x1p-31f;
+        float value;
+        std::memcpy(&value, &bits, sizeof value);
+        return std::isfinite(value) ? std::clamp(value, -1.0f, 1.0f) : 0.0f;
+    }
+    case Layout::none: break;
+    }
+    return 0.0f;
+}
+
+// Rises in loudness per hop, the low band counted twice over: the beat is
+// carried by kicks and snares, not by the hats that subdivide it.
+std::vector<float> onsetEnvelope(const audio::WavData& wav, Layout layout, std::int64_t hop) {
+    const std::size_t width = wav.bitsPerSample / 8u;
+    const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+    const std::int64_t hops = frames / hop;
+
+    // Second-order low-pass (Butterworth, bilinear transform).
+    const double k = std::tan(std::numbers::pi * std::min(lowBandHz / wav.sampleRate, 0.45));
+    const double norm = 1 / (1 + std::numbers::sqrt2 * k + k * k);
+    const auto b0 = static_cast<float>(k * k * norm);
+    const auto a1 = static_cast<float>(2 * (k * k - 1) * norm);
+    const auto a2 = static_cast<float>((1 - std::numbers::sqrt2 * k + k * k) * norm);
+    float x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+
+    // Energy per hop, then loudness over the last few hops: a window shorter
+    // than a bass note's cycle would ripple and read as onsets.
+    const float channelScale = 1.0f / static_cast<float>(wav.channels);
+    std::vector<float> fullEnergy(static_cast<std::size_t>(hops)), lowEnergy(static_cast<std::size_t>(hops));
+    const std::uint8_t* frame = wav.pcmData.data();
+    for (std::size_t h = 0; h < fullEnergy.size(); ++h) {
+        float full = 0, low = 0;
+        for (std::int64_t i = 0; i < hop; ++i, frame += wav.blockAlign) {
+            float x = 0;
+            for (std::size_t c = 0; c < wav.channels; ++c)
+                x += sampleValue(layout, frame + c * width);
+            x *= channelScale;
+            const float y = b0 * (x + 2 * x1 + x2) - a1 * y1 - a2 * y2;
+            x2 = x1;
+            x1 = x;
+            y2 = y1;
+            y1 = y;
+            full += x * x;
+            low += y * y;
+        }
+        fullEnergy[h] = full;
+        lowEnergy[h] = low;
+    }
+    const auto loudness = [&](const std::vector<float>& energy, std::size_t h) {
+        float sum = 0;
+        for (std::size_t i = h + 1 - std::min<std::size_t>(h + 1, smoothingHops); i <= h; ++i)
+            sum += energy[i];
+        return std::sqrt(sum / static_cast<float>(smoothingHops * static_cast<std::size_t>(hop)));
+    };
+    std::vector<float> envelope(static_cast<std::size_t>(hops));
+    float previousFull = 0, previousLow = 0;
+    for (std::size_t h = 0; h < envelope.size(); ++h) {
+        const float full = loudness(fullEnergy, h);
+        const float low = loudness(lowEnergy, h);
+        envelope[h] = std::max(full - previousFull, 0.0f) + 2 * std::max(low - previousLow, 0.0f);
+        previousFull = full;
+        previousLow = low;
+    }
+    return envelope;
+}
+
+// How much more of the loop's onset strength falls near a grid of `beats`
+// beats (at its best phase) than would by chance: the share inside the
+// grid's windows less the share of the loop the windows cover. A grid twice
+// too slow misses the snares between its beats; one twice too fast doubles
+// its windows but catches only the weak hits between the beats.
+double gridScore(const std::vector<double>& cumulative, double loopHops, std::int64_t beats) {
+    const auto size = static_cast<std::int64_t>(cumulative.size()) - 1;
+    const double total = cumulative.back();
+    // Strength in hops [first, first + width), around the seam too.
+    const auto window = [&](std::int64_t first, std::int64_t width) {
+        first = (first % size + size) % size;
+        const std::int64_t end = first + width;
+        if (end <= size)
+            return cumulative[static_cast<std::size_t>(end)] - cumulative[static_cast<std::size_t>(first)];
+        return total - cumulative[static_cast<std::size_t>(first)] + cumulative[static_cast<std::size_t>(end - size)];
+    };
+    const double period = loopHops / static_cast<double>(beats);
+    constexpr std::int64_t width = 2 * toleranceHops + 1;
+    const auto centre = [&](std::int64_t phase, std::int64_t b) {
+        return static_cast<std::int64_t>(std::floor(static_cast<double>(phase) + static_cast<double>(b) * period + 0.5));
+    };
+    double captured = 0;
+    const auto phases = static_cast<std::int64_t>(std::ceil(period));
+    for (std::int64_t phase = 0; phase < phases; ++phase) {
+        double sum = 0;
+        for (std::int64_t b = 0; b < beats; ++b)
+            sum += window(centre(phase, b) - toleranceHops, width);
+        captured = std::max(captured, sum);
+    }
+    return captured / total - static_cast<double>(beats * width) / static_cast<double>(size);
+}
+
+// A mild preference for the tempos drum loops are made at, even over an
+// octave either side of 120 BPM, to settle near ties.
+double tempoWeight(double bpm) {
+    const double octaves = std::log2(bpm / 120);
+    return std::exp(-0.5 * octaves * octaves);
+}
+
+} // namespace
+
+std::optional<TempoEstimate> tempoAt(double bpm, audio::FrameCount frames, std::uint32_t sampleRate) {
+    if (!(bpm > 0) || !std::isfinite(bpm) || frames <= 0 || sampleRate == 0)
+        return std::nullopt;
+    const double seconds = static_cast<double>(frames) / sampleRate;
+    const auto beats = std::max<std::int64_t>(1, std::llround(bpm * seconds / 60));
+    return TempoEstimate{std::round(bpm * 10) / 10, beats, static_cast<double>(beats) / 4};
+}
+
+std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
+    const Layout layout = layoutOf(wav);
+    if (layout == Layout::none || wav.sampleRate == 0)
+        return std::nullopt;
+    const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
+    const double seconds = static_cast<double>(frames) / wav.sampleRate;
+    const auto fewestBeats = static_cast<std::int64_t>(std::ceil(seconds * lowestBpm / 60));
+    const auto mostBeats = static_cast<std::int64_t>(std::floor(seconds * highestBpm / 60));
+    const std::int64_t hop = std::max<std::int64_t>(1, std::llround(wav.sampleRate * hopSeconds));
+    // Half a beat at the fastest tempo must span a few hops to be told apart.
+    // (At least one beat at 215 BPM is 55 hops, more than a grid window.)
+    if (mostBeats < 1 || std::max<std::int64_t>(fewestBeats, 1) > mostBeats || frames / hop < 4 * mostBeats)
+        return std::nullopt;
+
+    const std::vector<float> envelope = onsetEnvelope(wav, layout, hop);
+    double total = 0;
+    for (const float value : envelope)
+        total += value;
+    // Below a rise of about -100 dB per hop on average there is nothing to hear.
+    if (total < 1e-5 * static_cast<double>(envelope.size()))
+        return std::nullopt;
+    // Squared, so that loud hits outweigh many quiet ones.
+    std::vector<double> cumulative(envelope.size() + 1, 0.0);
+    for (std::size_t h = 0; h < envelope.size(); ++h)
+        cumulative[h + 1] = cumulative[h] + static_cast<double>(envelope[h]) * envelope[h];
+
+    const double loopHops = static_cast<double>(frames) / static_cast<double>(hop);
+    std::int64_t bestBeats = 0;
+    double bestScore = 0;
+    for (std::int64_t beats = std::max<std::int64_t>(fewestBeats, 1); beats <= mostBeats; ++beats) {
+        const double bpm = static_cast<double>(beats) * 60 / seconds;
+        const double score = gridScore(cumulative, loopHops, beats) * tempoWeight(bpm);
+        if (score > bestScore) {
+            bestScore = score;
+            bestBeats = beats;
+        }
+    }
+    if (bestBeats == 0)
+        return std::nullopt;
+    return tempoAt(static_cast<double>(bestBeats) * 60 / seconds, frames, wav.sampleRate);
+}
+
+std::string tempoText(const TempoEstimate& tempo) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.1f BPM \u00b7 %g bar%s", tempo.bpm, tempo.bars, tempo.bars == 1 ? "" : "s");
+    return text;
+}
+
+} // namespace marquetry::chop
