@@ -88,6 +88,7 @@ struct TypedGenerate {
     std::vector<std::string> mashup;
     std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade;
     std::string output;
+    bool keepExisting = false;
 };
 
 CLI::Option* valueOption(CLI::App& command, const std::string& name, std::optional<std::string>& value) {
@@ -124,6 +125,7 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
         return std::string("--output needs a folder");
     options.outputDir = typed.output;
     options.manifestPath = typed.manifest;
+    options.keepExisting = typed.keepExisting;
 
     const auto source = normalFilePath(typed.source);
     if (!source)
@@ -200,6 +202,7 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
                                       {"--join-fade", &typed.joinFade}})
         valueOption(*generate, name, *value);
     generate->add_option("--output", typed.output)->required();
+    generate->add_flag("--keep-existing", typed.keepExisting);
 
     ReplayOptions replay;
     CLI::App* replayCommand = commands.emplace_back(command(*app.add_subcommand("replay")));
@@ -262,7 +265,7 @@ std::string usageText() {
     return "Usage:\n"
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
-           "                         [--manifest FILE] [--join-fade MS]\n"
+           "                         [--manifest FILE] [--join-fade MS] [--keep-existing]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
            "  marquetry-cli --help | --version\n"
@@ -286,6 +289,8 @@ std::string usageText() {
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
            "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"
            "                   used, the sources' and files' SHA-256, every slice placed\n"
+           "  --keep-existing  never replace a file: write NAME-2.wav, NAME-3.wav, ...\n"
+           "                   beside it instead (default: replace it)\n"
            "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
            "                   byte for byte; refused when a source has changed\n"
            "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"

@@ -153,7 +153,8 @@ HelpPage exportPage() {
                 body(QStringLiteral("Select the generated loops you want using checkboxes.")),
                 body(QStringLiteral("Use Select All / Select None for quick selection.")),
                 body(QStringLiteral("Export Selected writes WAV files to Output Folder.")),
-                body(QStringLiteral("File names use format marquetry_01.wav, marquetry_02.wav, etc.")),
+                body(QStringLiteral("File names use the pattern <stem>_mqtry_<model>NN.wav, for example "
+                                    "AmenBreak170_mqtry_pivot03.wav.")),
             }};
 }
 
@@ -182,6 +183,46 @@ HelpPage licenseTermsPage() {
             }};
 }
 
+HelpPage optionsHistoryShortcutsPage() {
+    HelpPage page{8, {title(HelpTopic::optionsHistoryShortcuts)}};
+    const auto section = [&page](const char* heading, std::initializer_list<const char*> paragraphs) {
+        page.blocks.push_back(block(Style::headline, QString::fromUtf8(heading), false, 4));
+        for (const char* paragraph : paragraphs)
+            page.blocks.push_back(body(QString::fromUtf8(paragraph)));
+    };
+    section("Sound Options",
+            {"Smooth joins fades every slice in and out over the milliseconds beside it, so that joins and the loop "
+             "seam do not click. Off by default.",
+             "Fit to the bar grid makes every variation a whole number of bars: Trim cuts it to length, Stretch "
+             "changes its speed to fit.",
+             "Match formats brings pooled loops of another sample rate, bit depth or channel count to the first "
+             "loop's format; Match tempo brings them to its tempo, and Tempo correction sets the tempo to use when "
+             "the one found in a loop is wrong.",
+             "All of these are off by default: without them the same settings and Seed give the same bytes as "
+             "always."});
+    section("Export Options",
+            {"Write manifest: Export Selected also writes a JSON file describing the run (its settings, the seed it "
+             "used and every source's SHA-256), from which marquetry-cli replay writes the same files again.",
+             "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
+             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file."});
+    section("History",
+            {"Every successful Generate is kept for this session. Back (Ctrl+Z) and Forward (Ctrl+Shift+Z), or the "
+             "two arrows beside Generate, bring back the variations of an earlier run with their ticks, also after "
+             "choosing another source emptied the list.",
+             "Going back generates the run again from its settings and the seed it used, so the variations are the "
+             "same, byte for byte. If a source file has changed since, the status line names it and nothing else "
+             "changes."});
+    section("Keyboard Shortcuts",
+            {"Space: play or stop the source waveform, or the variation, that has the keyboard focus.",
+             "Escape: Stop Playback (Playback menu). In the help window, Escape or Ctrl+W closes it.",
+             "Up and Down: the source above or below in the list, or the variation above or below. A letter: the "
+             "first source whose name begins with it.",
+             "Return on a variation: tick or untick it for export.",
+             "Ctrl+Return: Generate; the focus then goes to the first new variation. Ctrl+E: Export Selected. "
+             "Ctrl+Q: Quit. Ctrl+Shift+?: Marquetry Help."});
+    return page;
+}
+
 HelpPage troubleshootingPage() {
 #ifdef Q_OS_MACOS
     const QString noAudio = QStringLiteral("No audio: verify macOS output and raise Master Fader.");
@@ -200,11 +241,12 @@ HelpPage troubleshootingPage() {
 
 } // namespace
 
-const std::array<HelpTopic, 9>& allHelpTopics() {
-    static constexpr std::array<HelpTopic, 9> topics{
+const std::array<HelpTopic, 10>& allHelpTopics() {
+    static constexpr std::array<HelpTopic, 10> topics{
         HelpTopic::welcome,    HelpTopic::getStarted, HelpTopic::mainInterface,
         HelpTopic::chopModels, HelpTopic::mashupMode, HelpTopic::playback,
         HelpTopic::export_,    HelpTopic::licenseTerms, HelpTopic::troubleshooting,
+        HelpTopic::optionsHistoryShortcuts,
     };
     return topics;
 }
@@ -220,6 +262,7 @@ QString helpTopicTitle(HelpTopic topic) {
     case HelpTopic::export_: return QStringLiteral("Export");
     case HelpTopic::licenseTerms: return QStringLiteral("License & Terms");
     case HelpTopic::troubleshooting: return QStringLiteral("Troubleshooting");
+    case HelpTopic::optionsHistoryShortcuts: return QStringLiteral("Options, History & Shortcuts");
     }
     return {};
 }
@@ -235,6 +278,7 @@ HelpPage helpPage(HelpTopic topic) {
     case HelpTopic::export_: return exportPage();
     case HelpTopic::licenseTerms: return licenseTermsPage();
     case HelpTopic::troubleshooting: return troubleshootingPage();
+    case HelpTopic::optionsHistoryShortcuts: return optionsHistoryShortcutsPage();
     }
     return {};
 }

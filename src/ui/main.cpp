@@ -1,7 +1,7 @@
 #include "model/LaunchSettings.hpp"
 #include "model/SystemServices.hpp"
-#include "ui/ContentView.hpp"
 #include "ui/HelpPanels.hpp"
+#include "ui/MainWindow.hpp"
 #include "ui/QtAudioPlayer.hpp"
 #include "ui/QtPlatform.hpp"
 
@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QMainWindow>
 #include <QMenuBar>
 
 #include <exception>
@@ -69,11 +68,7 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     try {
         QtServices services(launchSourceDir(app));
-        QMainWindow window;
-        // An untitled window shows the application's name on macOS but
-        // nothing elsewhere.
-        window.setWindowTitle(QApplication::applicationName());
-        window.setCentralWidget(new ui::ContentView(services.platform(), &ui::chooseAudioFiles));
+        ui::MainWindow window(services.platform(), &ui::chooseAudioFiles);
         ui::addHelpMenu(*window.menuBar());
         window.show();
         window.raise();
