@@ -50,6 +50,9 @@ private slots:
         QCOMPARE(m.status(), "Stopped preview.");
         QVERIFY(!window_->content().commands().stopPlayback->isEnabled());
         QCOMPARE(menuTitles(), (QStringList{"File", "History", "Playback"}));
+        key(Qt::Key_Q, Qt::ControlModifier);
+        QVERIFY(!window_->isVisible());
+        QVERIFY(platform_->settings.values.contains(ui::MainWindow::geometryKey));
     }
 
     void arrowsLettersAndReturnMoveThroughSourcesAndVariations() {
