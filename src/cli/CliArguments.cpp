@@ -92,6 +92,7 @@ struct TypedGenerate {
     bool matchFormats = false;
     bool matchTempo = false;
     std::string output;
+    bool keepExisting = false;
 };
 
 CLI::Option* valueOption(CLI::App& command, const std::string& name, std::optional<std::string>& value) {
@@ -140,6 +141,7 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
         return std::string("--output needs a folder");
     options.outputDir = typed.output;
     options.manifestPath = typed.manifest;
+    options.keepExisting = typed.keepExisting;
 
     const auto source = normalFilePath(typed.source);
     if (!source)
@@ -219,6 +221,7 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     generate->add_flag("--match-tempo", typed.matchTempo);
     generate->add_option("--tempo", typed.tempos)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     generate->add_option("--output", typed.output)->required();
+    generate->add_flag("--keep-existing", typed.keepExisting);
 
     ReplayOptions replay;
     CLI::App* replayCommand = commands.emplace_back(command(*app.add_subcommand("replay")));
@@ -291,7 +294,7 @@ std::string usageText() {
     return "Usage:\n"
            "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
-           "                         [--manifest FILE] [--join-fade MS] [--fit MODE]\n"
+           "                         [--manifest FILE] [--join-fade MS] [--fit MODE] [--keep-existing]\n"
            "                         [--match-formats] [--match-tempo] [--tempo FILE=BPM]...\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
@@ -326,6 +329,8 @@ std::string usageText() {
            "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
            "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"
            "                   used, the sources' and files' SHA-256, every slice placed\n"
+           "  --keep-existing  never replace a file: write NAME-2.wav, NAME-3.wav, ...\n"
+           "                   beside it instead (default: replace it)\n"
            "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
            "                   byte for byte; refused when a source has changed\n"
            "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"

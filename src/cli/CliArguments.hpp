@@ -48,6 +48,8 @@ struct GenerateOptions {
     std::vector<std::int64_t> picks;
     /// Where to write the run's manifest after the export, if anywhere.
     std::optional<std::string> manifestPath;
+    /// Never replace a file: write NAME-2.wav, NAME-3.wav, ... instead.
+    bool keepExisting = false;
 };
 
 /// A `replay` request: the manifest to run again and where to write.

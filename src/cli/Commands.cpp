@@ -174,6 +174,7 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
 
     keepOnlyPicked(app, options.picks);
     app.setOutputDir(options.outputDir);
+    app.setKeepExisting(options.keepExisting);
     const bool exported = app.exportSelected(options.manifestPath).exported;
     const int status = exported ? exitSuccess : reportFailure(err, app.status());
     err << seedLine(*app.lastRun()) << '\n';

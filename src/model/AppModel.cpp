@@ -20,6 +20,8 @@
 namespace marquetry::model {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::int64_t envelopePoints = 1000;
 
 // The text after the last dot is "wav" in any letter case.
@@ -82,6 +84,7 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     fit_ = chop::parseFitMode(platform_.settings.string(fitKey).value_or("")).value_or(chop::FitMode::off);
     matchFormats_ = platform_.settings.string(matchFormatsKey) == "true";
     matchTempo_ = platform_.settings.string(matchTempoKey) == "true";
+    keepExisting_ = platform_.settings.string(keepExistingKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -180,6 +183,11 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
     notify(Field::tempo);
 }
 
+void AppModel::setKeepExisting(bool value) {
+    write(keepExisting_, value, Field::keepExisting);
+    platform_.settings.setString(keepExistingKey, value ? "true" : "false");
+}
+
 void AppModel::setMasterVolume(double value) {
     write(masterVolume_, value, Field::masterVolume);
     preview_.applyVolume(masterVolume_);
@@ -237,7 +245,7 @@ void AppModel::refreshFiles() {
         stopPlayback();
         write(wavFiles_, {}, Field::wavFiles);
         setSelectedFile(std::nullopt);
-        write(generatedLoops_, {}, Field::generatedLoops);
+        clearGeneratedLoops();
         write(sourceWaveform_, {}, Field::sourceWaveform);
         write(sourceWavData_, {}, Field::sourceWavData);
         setStatus("Could not read source folder.");
@@ -285,7 +293,7 @@ void AppModel::loadSelectedSourceWaveform() {
     if (!selectedFile_) {
         write(sourceWaveform_, {}, Field::sourceWaveform);
         write(sourceWavData_, {}, Field::sourceWavData);
-        write(generatedLoops_, {}, Field::generatedLoops);
+        clearGeneratedLoops();
         return;
     }
     try {
@@ -293,7 +301,7 @@ void AppModel::loadSelectedSourceWaveform() {
         std::vector<double> envelope = audio::waveformEnvelope(wav, envelopePoints);
         write(sourceWavData_, std::optional(std::move(wav)), Field::sourceWavData);
         write(sourceWaveform_, std::move(envelope), Field::sourceWaveform);
-        write(generatedLoops_, {}, Field::generatedLoops);
+        clearGeneratedLoops();
         const audio::WavData& loaded = *sourceWavData_;
         loopTempos_[*selectedFile_] = {chop::estimateTempo(loaded),
                                        audio::frameCount(loaded.pcmData.size(), loaded.blockAlign), loaded.sampleRate};
@@ -302,8 +310,16 @@ void AppModel::loadSelectedSourceWaveform() {
     } catch (const std::exception& error) {
         write(sourceWaveform_, {}, Field::sourceWaveform);
         write(sourceWavData_, {}, Field::sourceWavData);
-        write(generatedLoops_, {}, Field::generatedLoops);
+        clearGeneratedLoops();
         setStatus("Error loading source: " + describe(error));
+    }
+}
+
+void AppModel::clearGeneratedLoops() {
+    write(generatedLoops_, {}, Field::generatedLoops);
+    if (history_.isShown()) {
+        history_.leave();
+        notify(Field::runHistory);
     }
 }
 
@@ -329,11 +345,7 @@ void AppModel::generate() {
         setStatus("Slices must be >= 4 and versions >= 1.");
         return;
     }
-    write(isGenerating_, true, Field::isGenerating);
-    stopPlayback();
-    setStatus("Generating previews...");
-
-    GenerationRequest request{
+    launch(GenerationRequest{
         .seedText = seedText_,
         .mashupMode = mashupMode_,
         .checkedPaths = mashupSourcePaths_,
@@ -347,17 +359,47 @@ void AppModel::generate() {
         .matchFormats = matchFormats_,
         .matchTempo = matchTempo_,
         .tempoOverrides = matchTempo_ ? runTempoOverrides() : std::map<std::string, double>{},
-    };
+    }, std::nullopt);
+}
+
+void AppModel::launch(GenerationRequest request, std::optional<std::size_t> historyIndex) {
+    write(isGenerating_, true, Field::isGenerating);
+    stopPlayback();
+    setStatus("Generating previews...");
     // A worker that cannot start must not leave the model busy for good.
     try {
-        startGeneration(std::move(request));
+        startGeneration(std::move(request), historyIndex);
     } catch (const std::exception& error) {
         handBackError("Error: " + describe(error));
     }
 }
 
-void AppModel::startGeneration(GenerationRequest request) {
-    platform_.tasks.runInBackground([request = std::move(request), unixSeconds = platform_.unixSeconds,
+void AppModel::goBack() {
+    bringBack(history_.backTarget());
+}
+
+void AppModel::goForward() {
+    bringBack(history_.forwardTarget());
+}
+
+void AppModel::bringBack(std::optional<std::size_t> historyIndex) {
+    if (isGenerating_ || !historyIndex)
+        return;
+    const RunHistory::Entry& entry = history_.at(*historyIndex);
+    if (const auto changed = changedSource(entry)) {
+        setStatus("Cannot bring back that run: " + fileName(*changed) + " has changed since.");
+        return;
+    }
+    // The run's own loop, when it is still listed, so that the waveform,
+    // the list and the variations agree again.
+    const std::string& selected = entry.request.selectedPath;
+    if (selectedFile_ != selected && std::find(wavFiles_.begin(), wavFiles_.end(), selected) != wavFiles_.end())
+        setSelectedFile(selected);
+    launch(entry.replayRequest(), historyIndex);
+}
+
+void AppModel::startGeneration(GenerationRequest request, std::optional<std::size_t> historyIndex) {
+    platform_.tasks.runInBackground([request = std::move(request), historyIndex, unixSeconds = platform_.unixSeconds,
                                      randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
         // Exactly one hand-back, whatever happens; only it touches the model.
@@ -369,9 +411,9 @@ void AppModel::startGeneration(GenerationRequest request) {
                                                                     + " source files"
                                                               : std::string("from 1 source file"))
                                         + " using " + std::string(chop::label(request.chopModel)) + " chop model.";
-            back = [model, alive, result, summary] {
+            back = [model, alive, result, summary, historyIndex] {
                 if (alive.lock())
-                    model->handBack(std::move(*result), summary);
+                    model->handBack(std::move(*result), summary, historyIndex);
             };
         } catch (const std::exception& error) {
             back = [model, alive, message = "Error: " + describe(error)] {
@@ -383,7 +425,26 @@ void AppModel::startGeneration(GenerationRequest request) {
     });
 }
 
-void AppModel::handBack(GenerationResult result, std::string summary) {
+void AppModel::handBack(GenerationResult result, std::string summary, std::optional<std::size_t> historyIndex) {
+    if (historyIndex) {
+        // The sources were checked before the run, but may have changed
+        // while it read them.
+        const RunHistory::Entry& entry = history_.at(*historyIndex);
+        for (std::size_t i = 0; i < result.run.sources.size() && i < entry.sources.size(); ++i) {
+            if (result.run.sources[i].sha256 != entry.sources[i].second) {
+                handBackError("Cannot bring back that run: " + fileName(entry.sources[i].first) + " has changed since.");
+                return;
+            }
+        }
+        for (std::size_t i = 0; i < result.loops.size() && i < entry.ticks.size(); ++i)
+            result.loops[i].isSelected = entry.ticks[i];
+        history_.show(*historyIndex);
+        summary = "Run " + std::to_string(*historyIndex + 1) + " of " + std::to_string(history_.size()) + ": "
+                  + summary;
+    } else {
+        history_.add(result.run, result.loops.size());
+    }
+    // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
     write(generatedLoops_, std::move(result.loops), Field::generatedLoops);
@@ -414,22 +475,34 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     }
     setOutputDir(expanded(outputDir_));
     const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
+    // Replace, or Keep both: the new file under the next free name.
+    const auto writeFile = [this](const std::string& folder, const std::string& name,
+                              std::span<const std::uint8_t> bytes) {
+        if (!keepExisting_) {
+            const std::string path = joinPath(folder, name);
+            writeFileAtomically(path, bytes);
+            return path;
+        }
+        const std::size_t dot = name.rfind('.');
+        const bool hasExtension = dot != std::string::npos && dot > 0;
+        return writeUnderFreeName(folder, hasExtension ? name.substr(0, dot) : name,
+                                  hasExtension ? name.substr(dot) : std::string(), bytes);
+    };
     try {
         createFolder(outputDir_);
         removeStaleTemporaries(outputDir_);
         for (ExportedVariation& variation : selected) {
-            const std::string path = joinPath(outputDir_, variation.loop->name);
             const audio::Bytes bytes = audio::buildWavFileData(*sourceWavData_, variation.loop->pcmData);
-            writeFileAtomically(path, bytes);
-            outcome.files.push_back(path);
+            outcome.files.push_back(writeFile(outputDir_, variation.loop->name, bytes));
             if (withManifest)
                 variation.sha256 = sha256Hex(bytes);
         }
         if (withManifest) {
             const std::string path = manifestPath ? *manifestPath : joinPath(outputDir_, manifestName(*lastRun_));
             const std::string json = manifestJson(*lastRun_, selected);
-            writeFileAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
-            outcome.manifest = path;
+            const fs::path where = pathFromText(path);
+            outcome.manifest = writeFile(pathText(where.parent_path()), pathText(where.filename()),
+                                         std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
         }
     } catch (const std::exception& error) {
         setStatus("Export failed: " + describe(error));
@@ -446,6 +519,7 @@ void AppModel::toggleSelection(const playback::Uuid& id, bool isSelected) {
     if (loop == generatedLoops_.end())
         return;
     loop->isSelected = isSelected;
+    history_.setTick(static_cast<std::size_t>(loop - generatedLoops_.begin()), isSelected);
     notify(Field::generatedLoops);
 }
 

@@ -5,6 +5,7 @@
 #include "chop/TempoEstimate.hpp"
 #include "model/GeneratedLoop.hpp"
 #include "model/Generation.hpp"
+#include "model/RunHistory.hpp"
 #include "model/Platform.hpp"
 #include "playback/PreviewSession.hpp"
 
@@ -32,7 +33,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs, fit, matchFormats, matchTempo, tempo,
+        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -51,6 +52,7 @@ public:
     static constexpr const char* fitKey = "marquetry.option.fit";
     static constexpr const char* matchFormatsKey = "marquetry.option.matchFormats";
     static constexpr const char* matchTempoKey = "marquetry.option.matchTempo";
+    static constexpr const char* keepExistingKey = "marquetry.option.keepExisting";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -110,6 +112,12 @@ public:
     /// loop at `path`, writing `tempo`. A value outside chop::minTempoBpm to
     /// chop::maxTempoBpm is refused with a status and changes nothing.
     void setTempoOverride(const std::string& path, std::optional<double> bpm);
+    /// Export option: a file of the same name already in the output folder
+    /// stays, and the new one is written as NAME-2.wav, NAME-3.wav, ...
+    bool keepExisting() const { return keepExisting_; }
+    /// The successful runs of this session, for Back and Forward. Changes
+    /// are told as Field::runHistory, or as Field::lastRun when a run ends.
+    const RunHistory& runHistory() const { return history_; }
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -130,6 +138,8 @@ public:
     void setFit(chop::FitMode value);
     void setMatchFormats(bool value);
     void setMatchTempo(bool value);
+    /// Also stores the choice in the settings, for the next launch.
+    void setKeepExisting(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -176,6 +186,14 @@ public:
     /// main thread, writes lastRun, sourceWavData, generatedLoops, status and
     /// clears isGenerating, or on failure writes only status ("Error: ...").
     void generate();
+    /// Main thread. Bring back the run before the one shown (or the current
+    /// run, when a change of source emptied the list) or the one after it:
+    /// its variations are generated again from its request and the seed it
+    /// used, as generate() does, and get back the ticks they had. Refused,
+    /// with only a status naming the file, when a source's bytes have
+    /// changed since; ignored while busy or with nowhere to go.
+    void goBack();
+    void goForward();
     /// Main thread. Writes every ticked variation into outputDir (expanded
     /// and written back), then, when `manifestPath` is given or the
     /// exportManifest option is on, the run's manifest (to `manifestPath`, or
@@ -229,8 +247,11 @@ private:
     void write(T& field, T value, Field which);
     void notify(Field which);
     void setStatus(std::string text);
-    void startGeneration(GenerationRequest request);
-    void handBack(GenerationResult result, std::string summary);
+    void launch(GenerationRequest request, std::optional<std::size_t> historyIndex);
+    void startGeneration(GenerationRequest request, std::optional<std::size_t> historyIndex);
+    void handBack(GenerationResult result, std::string summary, std::optional<std::size_t> historyIndex);
+    void bringBack(std::optional<std::size_t> historyIndex);
+    void clearGeneratedLoops();
     void handBackError(std::string message);
     void startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm, std::string playingMessage);
     std::string expanded(const std::string& path) const;
@@ -272,6 +293,8 @@ private:
     };
     std::map<std::string, LoopTempo> loopTempos_;
     std::map<std::string, double> tempoOverrides_;
+    bool keepExisting_ = false;
+    RunHistory history_;
     playback::PreviewSession preview_;
 
     // Hand-backs queued by a run check this before touching a model that the

@@ -242,6 +242,27 @@ bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_
     throwError(std::error_code(error, std::generic_category()), path);
 }
 
+std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
+                               std::span<const std::uint8_t> bytes) {
+    for (std::uint64_t n = 1;; ++n) {
+        std::string name = stem;
+        if (n > 1)
+            name.append("-").append(std::to_string(n));
+        name.append(extension);
+        const std::string path = pathText(pathFromText(folder) / pathFromText(name));
+        std::error_code error;
+        // A dangling symlink holds its name too.
+        const fs::file_status status = fs::symlink_status(pathFromText(path), error);
+        if (status.type() != fs::file_type::not_found) {
+            if (error)
+                throw std::system_error(error, path);
+            continue;
+        }
+        if (writeNewFileAtomically(path, bytes))
+            return path;
+    }
+}
+
 void removeStaleTemporaries(const std::string& folder) {
     using namespace std::chrono;
     std::vector<std::string> names;

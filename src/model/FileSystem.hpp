@@ -45,6 +45,14 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
 /// with the operating system's description for every other failure.
 bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 
+/// Writes `bytes` into `folder` under the first free name of stem + extension,
+/// stem + "-2" + extension, stem + "-3" + extension, ...; a name taken while
+/// the bytes were being written moves on to the next, so nothing that exists
+/// is ever replaced. Returns the path written. Throws std::system_error with
+/// the path and the operating system's description.
+std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
+                               std::span<const std::uint8_t> bytes);
+
 /// Removes the temporaries that `writeFileAtomically` left in `folder` when
 /// its process was killed: only files of its own name pattern whose writer is
 /// gone and that have not changed for a minute, or that have not changed for

@@ -5,14 +5,11 @@
 #include "audio/WavWriter.hpp"
 #include "model/FileSystem.hpp"
 
-#include <filesystem>
 #include <new>
 #include <system_error>
 
 namespace marquetry::model {
 namespace {
-
-namespace fs = std::filesystem;
 
 // The file name without its last extension; a leading dot is part of the name.
 std::string stemOf(const std::string& path) {
@@ -25,28 +22,6 @@ std::string stemOf(const std::string& path) {
 audio::Bytes wavImageOf(const std::string& source) {
     const audio::WavData wav = audio::importAudio(source);
     return audio::buildWavFileData(wav, wav.pcmData);
-}
-
-// Writes `image` under the first free name of stem.wav, stem-2.wav, ...; a
-// name taken while the image was being written moves on to the next.
-std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const audio::Bytes& image) {
-    for (std::uint64_t n = 1;; ++n) {
-        std::string name = stem;
-        if (n > 1)
-            name.append("-").append(std::to_string(n));
-        name.append(".wav");
-        const std::string path = pathText(pathFromText(folder) / pathFromText(name));
-        std::error_code error;
-        // A dangling symlink holds its name too.
-        const fs::file_status status = fs::symlink_status(pathFromText(path), error);
-        if (status.type() != fs::file_type::not_found) {
-            if (error)
-                throw std::system_error(error, path);
-            continue;
-        }
-        if (writeNewFileAtomically(path, image))
-            return path;
-    }
 }
 
 } // namespace
@@ -66,7 +41,7 @@ std::string importAudioFile(const std::string& source, const std::string& folder
         throw refused("It could not be converted.");
     }
     try {
-        return writeUnderFreeName(folder, stemOf(source), image);
+        return writeUnderFreeName(folder, stemOf(source), ".wav", image);
     } catch (const std::system_error& error) {
         // what() is the path written and the operating system's description.
         throw refused("Cannot write " + std::string(error.what()) + ".");

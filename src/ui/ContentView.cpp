@@ -4,17 +4,21 @@
 #include "chop/JoinFades.hpp"
 #include "model/FileSystem.hpp"
 #include "ui/AppLogo.hpp"
+#include "ui/ClampingSpinBox.hpp"
 #include "ui/Controls.hpp"
 #include "ui/SourceFileRow.hpp"
 #include "ui/VariationListPanel.hpp"
 #include "ui/WaveformView.hpp"
 
+#include <QAction>
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFrame>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -58,6 +62,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
     layout_->addWidget(buildPanels(), 1);
     layout_->addWidget(buildSelectionRow());
     layout_->addWidget(buildOutputRow());
+    buildCommands();
 
     model_->subscribe([this](Field field) { redraw(field); });
     for (const Field field :
@@ -65,7 +70,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
-          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo})
+          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting})
         redraw(field);
 }
 
@@ -141,13 +146,38 @@ QWidget* ContentView::buildGenerateRow() {
                                     metrics.height() + 2 * 8);
     row->addWidget(generateButton_);
 
-    slicesBox_ = new QSpinBox(rowWidget);
+    // Back and Forward through the runs of this session: two small arrows
+    // one above the other beside Generate, as high as it is, so that the
+    // row stays narrower than the folder rows and no listed control moves.
+    auto* historyColumn = new QWidget(rowWidget);
+    auto* historyLayout = new QVBoxLayout(historyColumn);
+    historyLayout->setContentsMargins(0, 0, 0, 0);
+    historyLayout->setSpacing(0);
+    const QSize arrowSize(22, generateButton_->minimumHeight() / 2);
+    const auto historyButton = [historyColumn, historyLayout, arrowSize](Qt::ArrowType arrow, const char* name,
+                                                                         const QString& tip) {
+        auto* made = new QToolButton(historyColumn);
+        made->setObjectName(QString::fromLatin1(name));
+        made->setArrowType(arrow);
+        made->setAutoRaise(true);
+        made->setFixedSize(arrowSize);
+        made->setToolTip(tip);
+        historyLayout->addWidget(made);
+        return made;
+    };
+    backButton_ = historyButton(Qt::LeftArrow, "backButton",
+                                QStringLiteral("Bring back the variations of the run before (Ctrl+Z)"));
+    forwardButton_ = historyButton(Qt::RightArrow, "forwardButton",
+                                   QStringLiteral("Bring back the variations of the run after (Ctrl+Shift+Z)"));
+    row->addWidget(historyColumn);
+
+    slicesBox_ = new ClampingSpinBox(rowWidget);
     slicesBox_->setObjectName(QStringLiteral("slicesBox"));
     slicesBox_->setPrefix(QStringLiteral("Slices: "));
     slicesBox_->setRange(4, 128);
     row->addWidget(slicesBox_);
 
-    versionsBox_ = new QSpinBox(rowWidget);
+    versionsBox_ = new ClampingSpinBox(rowWidget);
     versionsBox_->setObjectName(QStringLiteral("variationsBox"));
     versionsBox_->setPrefix(QStringLiteral("Variations: "));
     versionsBox_->setRange(1, 100);
@@ -209,6 +239,8 @@ QWidget* ContentView::buildGenerateRow() {
     row->addStretch(1);
 
     connect(generateButton_, &QPushButton::clicked, this, [this] { model_->generate(); });
+    connect(backButton_, &QToolButton::clicked, this, [this] { model_->goBack(); });
+    connect(forwardButton_, &QToolButton::clicked, this, [this] { model_->goForward(); });
     connect(slicesBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setSlices(value); });
     connect(versionsBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setVersions(value); });
     connect(chopModelBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
@@ -263,7 +295,7 @@ QWidget* ContentView::buildSoundGroup(QWidget* parent) {
     joinFadeBox_->setObjectName(QStringLiteral("joinFadeBox"));
     joinFadeBox_->setToolTip(QStringLiteral("Fade each slice in and out so joins and the loop seam do not click"));
     grid->addWidget(joinFadeBox_, 0, 0);
-    joinFadeMsBox_ = new QSpinBox(group);
+    joinFadeMsBox_ = new ClampingSpinBox(group);
     joinFadeMsBox_->setObjectName(QStringLiteral("joinFadeMsBox"));
     joinFadeMsBox_->setSuffix(QStringLiteral(" ms"));
     joinFadeMsBox_->setRange(1, static_cast<int>(chop::maxJoinFadeMs));
@@ -322,7 +354,11 @@ QWidget* ContentView::buildPanels() {
     import->setToolTip(QStringLiteral("Convert audio files of any common format into the source folder as WAV. "
                                       "Files dropped on the list are imported the same way."));
     sourceColumn->addWidget(import, 0, Qt::AlignLeft);
-    auto* sourceList = new QScrollArea(sourcePanel);
+    auto* sourceList = sourceList_ = new QScrollArea(sourcePanel);
+    // The list, not its rows' buttons, takes the focus, for the keys of
+    // eventFilter.
+    sourceList->setFocusPolicy(Qt::StrongFocus);
+    sourceList->installEventFilter(this);
     sourceList->setObjectName(QStringLiteral("sourceList"));
     sourceList->setWidgetResizable(true);
     sourceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -350,6 +386,8 @@ QWidget* ContentView::buildPanels() {
     sourceWaveform_->setObjectName(QStringLiteral("sourceWaveform"));
     sourceWaveform_->setColor(look::blue());
     sourceWaveform_->setFixedHeight(90);
+    sourceWaveform_->setFocusPolicy(Qt::StrongFocus);
+    sourceWaveform_->installEventFilter(this);
     stack->addWidget(sourceWaveform_);
 
     sourceCaption_ = new QLabel(right);
@@ -423,6 +461,15 @@ QWidget* ContentView::buildSelectionRow() {
     manifestBox_->setToolTip(
         QStringLiteral("Export also writes a JSON manifest of the run, from which the command line can replay it"));
     row->addWidget(manifestBox_);
+    auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), rowWidget);
+    row->addWidget(keepLabel);
+    keepExistingBox_ = new QComboBox(rowWidget);
+    keepExistingBox_->setObjectName(QStringLiteral("keepExistingBox"));
+    keepExistingBox_->addItems({QStringLiteral("Replace"), QStringLiteral("Keep both")});
+    keepExistingBox_->setToolTip(QStringLiteral(
+        "Keep both writes the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file"));
+    keepLabel->setBuddy(keepExistingBox_);
+    row->addWidget(keepExistingBox_);
     statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
     row->addWidget(statusLine_, 1);
@@ -431,6 +478,8 @@ QWidget* ContentView::buildSelectionRow() {
     connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
     connect(manifestBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportManifest(on); });
+    connect(keepExistingBox_, &QComboBox::currentIndexChanged, this,
+            [this](int index) { model_->setKeepExisting(index == 1); });
     return rowWidget;
 }
 
@@ -462,6 +511,78 @@ QWidget* ContentView::buildOutputRow() {
     connect(show, &QPushButton::clicked, this, [this] { model_->showOutputInFinder(); });
     connect(save, &QPushButton::clicked, this, [this] { model_->saveOutputAsDefault(); });
     return rowWidget;
+}
+
+void ContentView::buildCommands() {
+    const auto command = [this](const QString& text, std::initializer_list<QKeySequence> keys, auto&& run) {
+        auto* action = new QAction(text, this);
+        action->setShortcuts(QList<QKeySequence>(keys));
+        connect(action, &QAction::triggered, this, std::forward<decltype(run)>(run));
+        addAction(action);
+        return action;
+    };
+    commands_.generate = command(QStringLiteral("Generate"),
+                                 {QKeySequence(Qt::CTRL | Qt::Key_Return), QKeySequence(Qt::CTRL | Qt::Key_Enter)},
+                                 [this] { model_->generate(); });
+    commands_.exportSelected = command(QStringLiteral("Export Selected"), {QKeySequence(Qt::CTRL | Qt::Key_E)},
+                                       [this] { model_->exportSelected(); });
+    commands_.back = command(QStringLiteral("Back"), {QKeySequence(Qt::CTRL | Qt::Key_Z)}, [this] { model_->goBack(); });
+    commands_.forward = command(QStringLiteral("Forward"), {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)},
+                                [this] { model_->goForward(); });
+    commands_.stopPlayback = command(QStringLiteral("Stop Playback"), {QKeySequence(Qt::Key_Escape)},
+                                     [this] { stopPlaybackCommand(); });
+}
+
+void ContentView::stopPlaybackCommand() {
+    const std::optional<PlaybackTarget> playing = model_->playingTarget();
+    if (!playing)
+        return;
+    // The same words as stopping by a click on what plays.
+    if (playing->kind == PlaybackTarget::Kind::source)
+        model_->toggleSourcePlayback();
+    else if (const model::GeneratedLoop* loop = model_->findGeneratedLoop(playing->id))
+        model_->togglePlayback(*loop);
+    else
+        model_->stopPlayback();
+}
+
+void ContentView::selectSource(std::size_t index) {
+    const std::vector<std::string>& files = model_->wavFiles();
+    if (index >= files.size())
+        return;
+    if (model_->selectedFile() != files[index])
+        model_->selectFile(files[index]);
+    if (index < sourceRows_.size())
+        sourceList_->ensureWidgetVisible(sourceRows_[index]);
+}
+
+bool ContentView::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() != QEvent::KeyPress || (watched != sourceList_ && watched != sourceWaveform_))
+        return QWidget::eventFilter(watched, event);
+    const auto* key = static_cast<QKeyEvent*>(event);
+    if ((key->modifiers() & ~(Qt::KeypadModifier | Qt::ShiftModifier)) != Qt::NoModifier)
+        return QWidget::eventFilter(watched, event);
+
+    const std::vector<std::string>& files = model_->wavFiles();
+    const auto selected = std::find(files.begin(), files.end(), model_->selectedFile().value_or(std::string()));
+    const std::size_t current = static_cast<std::size_t>(selected - files.begin());
+    switch (key->key()) {
+    case Qt::Key_Space: model_->toggleSourcePlayback(); return true;
+    case Qt::Key_Up:
+        selectSource(selected == files.end() ? 0 : current == 0 ? 0 : current - 1);
+        return true;
+    case Qt::Key_Down: selectSource(selected == files.end() ? 0 : current + 1); return true;
+    default: break;
+    }
+    const QString typed = key->text();
+    if (typed.size() != 1 || !typed[0].isLetterOrNumber())
+        return QWidget::eventFilter(watched, event);
+    const auto match = std::find_if(files.begin(), files.end(), [&typed](const std::string& path) {
+        return QString::fromStdString(model::fileName(path)).startsWith(typed, Qt::CaseInsensitive);
+    });
+    if (match != files.end())
+        selectSource(static_cast<std::size_t>(match - files.begin()));
+    return true;
 }
 
 void ContentView::importChosenFiles() {
@@ -519,10 +640,16 @@ void ContentView::redraw(Field field) {
         statusLine_->setToolTip(text);
         break;
     }
-    case Field::isGenerating: redrawGenerateButton(); break;
+    case Field::isGenerating:
+        redrawGenerateButton();
+        redrawHistory();
+        break;
     case Field::sourceWaveform: sourceWaveform_->setWaveform(std::span<const double>(m.sourceWaveform())); break;
     case Field::sourceWavData: break;
-    case Field::lastRun: redrawLastRun(); break;
+    case Field::lastRun:
+        redrawLastRun();
+        redrawHistory();
+        break;
     case Field::exportManifest: {
         const QSignalBlocker blocker(manifestBox_);
         manifestBox_->setChecked(m.exportManifest());
@@ -552,10 +679,26 @@ void ContentView::redraw(Field field) {
         matchTempoBox_->setChecked(m.matchTempo());
         break;
     }
-    case Field::generatedLoops:
+    case Field::generatedLoops: {
+        const QWidget* focus = QApplication::focusWidget();
+        const bool focusInList = focus != nullptr && loopList_->isAncestorOf(focus);
         loopList_->setLoops(m.generatedLoops(), m.playingTarget(), m.playbackProgress());
+        // A finished run (published while still busy) takes the focus to
+        // its first variation; an emptied list hands it to the source list
+        // rather than to whatever control comes next.
+        if (m.isGenerating() && !m.generatedLoops().empty())
+            loopList_->focusFirstRow();
+        else if (focusInList && m.generatedLoops().empty())
+            sourceList_->setFocus(Qt::OtherFocusReason);
         redrawSelectionButtons();
         break;
+    }
+    case Field::runHistory: redrawHistory(); break;
+    case Field::keepExisting: {
+        const QSignalBlocker blocker(keepExistingBox_);
+        keepExistingBox_->setCurrentIndex(m.keepExisting() ? 1 : 0);
+        break;
+    }
     case Field::playingTarget: redrawPlayingTarget(); break;
     case Field::playbackProgress: redrawPlaybackProgress(); break;
     }
@@ -593,6 +736,7 @@ void ContentView::redrawSourceRows() {
             valuesFor(path), [this, path] { model_->selectFile(path); },
             [this, path](bool include) { model_->toggleMashupMembership(path, include); }, list);
         row->setObjectName(QStringLiteral("sourceFileRow"));
+        row->selectButton()->setFocusPolicy(Qt::NoFocus);
         // Before the trailing stretch.
         sourceListLayout_->insertWidget(sourceListLayout_->count() - 1, row);
         // The layout would show it only after the next event.
@@ -622,6 +766,7 @@ void ContentView::redrawPlayingTarget() {
     setTextColor(sourceCaption_, sourcePlaying ? look::green() : look::secondary(palette()));
 
     loopList_->setPlayback(m.playingTarget(), m.playbackProgress());
+    commands_.stopPlayback->setEnabled(m.playingTarget().has_value());
 }
 
 void ContentView::redrawPlaybackProgress() {
@@ -651,8 +796,13 @@ void ContentView::redrawGlitchRow() {
 
 void ContentView::redrawGenerateButton() {
     const bool busy = model_->isGenerating();
+    // A disabled button hands its focus to the next control, a spin box
+    // that the next key press would edit; the variations take it instead.
+    if (busy && QApplication::focusWidget() == generateButton_)
+        loopList_->setFocus(Qt::OtherFocusReason);
     generateButton_->setText(busy ? QStringLiteral("Generating...") : QStringLiteral("Generate"));
     generateButton_->setEnabled(!busy && model_->selectedFile().has_value());
+    commands_.generate->setEnabled(generateButton_->isEnabled());
 }
 
 void ContentView::redrawLastRun() {
@@ -666,12 +816,24 @@ void ContentView::redrawLastRun() {
                  : QString());
 }
 
+void ContentView::redrawHistory() {
+    const model::RunHistory& history = model_->runHistory();
+    const bool idle = !model_->isGenerating();
+    const bool canGoBack = idle && history.backTarget().has_value();
+    const bool canGoForward = idle && history.forwardTarget().has_value();
+    backButton_->setEnabled(canGoBack);
+    forwardButton_->setEnabled(canGoForward);
+    commands_.back->setEnabled(canGoBack);
+    commands_.forward->setEnabled(canGoForward);
+}
+
 void ContentView::redrawSelectionButtons() {
     const auto& loops = model_->generatedLoops();
     selectAllButton_->setEnabled(!loops.empty());
     selectNoneButton_->setEnabled(!loops.empty());
     exportButton_->setEnabled(
         std::any_of(loops.begin(), loops.end(), [](const model::GeneratedLoop& loop) { return loop.isSelected; }));
+    commands_.exportSelected->setEnabled(exportButton_->isEnabled());
 }
 
 } // namespace marquetry::ui

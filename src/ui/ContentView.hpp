@@ -10,11 +10,13 @@
 #include <string>
 #include <vector>
 
+class QAction;
 class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class QScrollArea;
 class QSlider;
 class QSpinBox;
 class QToolButton;
@@ -47,6 +49,24 @@ public:
     /// screenshots that drive it directly.
     model::AppModel& model() { return *model_; }
 
+    /// The window's commands, with their keyboard shortcuts, for the menus.
+    /// They are actions of this view too, so the shortcuts work wherever the
+    /// view is shown, menus or not; each is enabled only when it can act.
+    struct Commands {
+        QAction* generate = nullptr;       ///< Ctrl+Return
+        QAction* exportSelected = nullptr; ///< Ctrl+E
+        QAction* back = nullptr;           ///< Ctrl+Z: the run before
+        QAction* forward = nullptr;        ///< Ctrl+Shift+Z: the run after
+        QAction* stopPlayback = nullptr;   ///< Escape
+    };
+    const Commands& commands() const { return commands_; }
+
+protected:
+    /// The source list and the source waveform's keys: Up and Down select
+    /// the file above or below, a letter the first file beginning with it,
+    /// Space plays or stops the source.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     using Field = model::AppModel::Field;
 
@@ -70,6 +90,11 @@ private:
     void redrawGenerateButton();
     void redrawSelectionButtons();
     void redrawLastRun();
+    void redrawHistory();
+
+    void buildCommands();
+    void stopPlaybackCommand();
+    void selectSource(std::size_t index);
 
     void importChosenFiles();
 
@@ -82,6 +107,8 @@ private:
     QVBoxLayout* layout_ = nullptr;
     QLineEdit* sourceField_ = nullptr;
     QPushButton* generateButton_ = nullptr;
+    QToolButton* backButton_ = nullptr;
+    QToolButton* forwardButton_ = nullptr;
     QSpinBox* slicesBox_ = nullptr;
     QSpinBox* versionsBox_ = nullptr;
     QComboBox* chopModelBox_ = nullptr;
@@ -97,6 +124,7 @@ private:
     QSlider* masterSlider_ = nullptr;
     QLabel* masterValue_ = nullptr;
     QLabel* modeHint_ = nullptr;
+    QScrollArea* sourceList_ = nullptr;
     QVBoxLayout* sourceListLayout_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
@@ -107,6 +135,7 @@ private:
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
     QCheckBox* manifestBox_ = nullptr;
+    QComboBox* keepExistingBox_ = nullptr;
     QCheckBox* joinFadeBox_ = nullptr;
     QSpinBox* joinFadeMsBox_ = nullptr;
     QComboBox* fitBox_ = nullptr;
@@ -115,6 +144,7 @@ private:
     QLabel* formatMismatchLabel_ = nullptr;
     QLabel* statusLine_ = nullptr;
     QLineEdit* outputField_ = nullptr;
+    Commands commands_;
 
     // The rows on screen, in list order; rebuilt only when the list of files
     // changes, otherwise updated in place.

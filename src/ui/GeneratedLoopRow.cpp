@@ -4,6 +4,7 @@
 
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
@@ -21,6 +22,9 @@ GeneratedLoopRow::GeneratedLoopRow(const model::GeneratedLoop& loop, bool isPlay
                                    std::function<void()> onPlayToggle, QWidget* parent)
     : QWidget(parent), id_(loop.id), isPlaying_(!isPlaying), onToggle_(std::move(onToggle)),
       onPlayToggle_(std::move(onPlayToggle)) {
+    // The row, not its checkbox, takes the focus: Space and Return then
+    // reach the row whichever part was clicked.
+    setFocusPolicy(Qt::StrongFocus);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(8, 8, 8, 8);
     layout->setSpacing(6);
@@ -30,6 +34,7 @@ GeneratedLoopRow::GeneratedLoopRow(const model::GeneratedLoop& loop, bool isPlay
     checkBox_->setObjectName(QStringLiteral("loopExportCheckBox"));
     checkBox_->setFont(look::headlineFont(font()));
     checkBox_->setChecked(loop.isSelected);
+    checkBox_->setFocusPolicy(Qt::NoFocus);
     header->addWidget(checkBox_);
     stateLabel_ = new QLabel(this);
     stateLabel_->setObjectName(QStringLiteral("loopStateLabel"));
@@ -80,6 +85,33 @@ void GeneratedLoopRow::paintEvent(QPaintEvent*) {
     QPainterPath background;
     background.addRoundedRect(QRectF(rect()), 8, 8);
     painter.fillPath(background, fill);
+    if (hasFocus()) {
+        painter.setPen(QPen(look::accent(palette()), 2));
+        painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), 8, 8);
+    }
+}
+
+void GeneratedLoopRow::keyPressEvent(QKeyEvent* event) {
+    const bool plain = (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier;
+    if (plain && event->key() == Qt::Key_Space) {
+        onPlayToggle_();
+    } else if (plain && (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)) {
+        onToggle_(!checkBox_->isChecked());
+    } else {
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    event->accept();
+}
+
+void GeneratedLoopRow::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    update();
+}
+
+void GeneratedLoopRow::focusOutEvent(QFocusEvent* event) {
+    QWidget::focusOutEvent(event);
+    update();
 }
 
 } // namespace marquetry::ui

@@ -16,8 +16,9 @@ class WaveformView;
 
 /// One generated variation: its export checkbox with the loop's name, a
 /// "Looping"/"Stopped" caption, and its waveform, which toggles playback when
-/// clicked. Holds no state beyond what it was last given; every action goes
-/// out through a callback. Main thread only.
+/// clicked. With the keyboard focus, Space does what a click on the waveform
+/// does and Return flips the tick. Holds no state beyond what it was last
+/// given; every action goes out through a callback. Main thread only.
 class GeneratedLoopRow final : public QWidget {
     Q_OBJECT
 public:
@@ -42,6 +43,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
 
 private:
     playback::Uuid id_;

@@ -76,6 +76,10 @@ void HelpPanels::showHelp() {
     else
         window->resize(980, 640);
     window->installEventFilter(this);
+    auto* close = new QAction(window);
+    close->setShortcuts({QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)});
+    connect(close, &QAction::triggered, window, &QWidget::close);
+    window->addAction(close);
 
     window->show();
     window->raise();

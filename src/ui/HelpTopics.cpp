@@ -153,7 +153,8 @@ HelpPage exportPage() {
                 body(QStringLiteral("Select the generated loops you want using checkboxes.")),
                 body(QStringLiteral("Use Select All / Select None for quick selection.")),
                 body(QStringLiteral("Export Selected writes WAV files to Output Folder.")),
-                body(QStringLiteral("File names use format marquetry_01.wav, marquetry_02.wav, etc.")),
+                body(QStringLiteral("File names use the pattern <stem>_mqtry_<model>NN.wav, for example "
+                                    "AmenBreak170_mqtry_pivot03.wav.")),
             }};
 }
 
@@ -184,6 +185,49 @@ HelpPage licenseTermsPage() {
             }};
 }
 
+HelpPage optionsHistoryShortcutsPage() {
+    HelpPage page{8, {title(HelpTopic::optionsHistoryShortcuts)}};
+    const auto section = [&page](const char* heading, std::initializer_list<const char*> paragraphs) {
+        page.blocks.push_back(block(Style::headline, QString::fromUtf8(heading), false, 4));
+        for (const char* paragraph : paragraphs)
+            page.blocks.push_back(body(QString::fromUtf8(paragraph)));
+    };
+    section("Sound Options",
+            {"The Sound box under the source list holds options that change the sound of a run. All of them are off "
+             "by default: without them the same settings and Seed give the same bytes as always.",
+             "Smooth joins fades every slice in and out over the milliseconds beside it, so that joins and the loop "
+             "seam do not click.",
+             "Length as cut keeps each variation as long as its slices add up to. Trim to loop cuts it, or pads it "
+             "with silence, to exactly the selected loop's length, so it sits on a DAW's bar grid; Stretch to loop "
+             "changes its speed to that length and keeps its pitch.",
+             "Match formats converts the checked loops of a Mashup to the selected loop's channels, bit depth and "
+             "sample rate before they are sliced; without it, \"Formats differ\" under Mashup Mode warns that they "
+             "were pooled as raw bytes. Match tempo stretches them to the selected loop's tempo.",
+             "Each loop's tempo and length in bars show beside its name and under the waveform. If the tempo found "
+             "is wrong, type the right one in the BPM field beside the waveform; it holds for this session."});
+    section("Export Options",
+            {"Write manifest: Export Selected also writes a JSON file describing the run (its settings, the seed it "
+             "used and every source's SHA-256), from which marquetry-cli replay writes the same files again.",
+             "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
+             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file."});
+    section("History",
+            {"Every successful Generate is kept for this session. Back (Ctrl+Z) and Forward (Ctrl+Shift+Z), or the "
+             "two arrows beside Generate, bring back the variations of an earlier run with their ticks, also after "
+             "choosing another source emptied the list.",
+             "Going back generates the run again from its settings and the seed it used, so the variations are the "
+             "same, byte for byte. If a source file has changed since, the status line names it and nothing else "
+             "changes."});
+    section("Keyboard Shortcuts",
+            {"Space: play or stop the source waveform, or the variation, that has the keyboard focus.",
+             "Escape: Stop Playback (Playback menu). In the help window, Escape or Ctrl+W closes it.",
+             "Up and Down: the source above or below in the list, or the variation above or below. A letter: the "
+             "first source whose name begins with it.",
+             "Return on a variation: tick or untick it for export.",
+             "Ctrl+Return: Generate; the focus then goes to the first new variation. Ctrl+E: Export Selected. "
+             "Ctrl+Q: Quit. Ctrl+Shift+?: Marquetry Help."});
+    return page;
+}
+
 HelpPage troubleshootingPage() {
 #ifdef Q_OS_MACOS
     const QString noAudio = QStringLiteral("No audio: verify macOS output and raise Master Fader.");
@@ -202,11 +246,12 @@ HelpPage troubleshootingPage() {
 
 } // namespace
 
-const std::array<HelpTopic, 9>& allHelpTopics() {
-    static constexpr std::array<HelpTopic, 9> topics{
+const std::array<HelpTopic, 10>& allHelpTopics() {
+    static constexpr std::array<HelpTopic, 10> topics{
         HelpTopic::welcome,    HelpTopic::getStarted, HelpTopic::mainInterface,
         HelpTopic::chopModels, HelpTopic::mashupMode, HelpTopic::playback,
         HelpTopic::export_,    HelpTopic::licenseTerms, HelpTopic::troubleshooting,
+        HelpTopic::optionsHistoryShortcuts,
     };
     return topics;
 }
@@ -222,6 +267,7 @@ QString helpTopicTitle(HelpTopic topic) {
     case HelpTopic::export_: return QStringLiteral("Export");
     case HelpTopic::licenseTerms: return QStringLiteral("License & Terms");
     case HelpTopic::troubleshooting: return QStringLiteral("Troubleshooting");
+    case HelpTopic::optionsHistoryShortcuts: return QStringLiteral("Options, History & Shortcuts");
     }
     return {};
 }
@@ -237,6 +283,7 @@ HelpPage helpPage(HelpTopic topic) {
     case HelpTopic::export_: return exportPage();
     case HelpTopic::licenseTerms: return licenseTermsPage();
     case HelpTopic::troubleshooting: return troubleshootingPage();
+    case HelpTopic::optionsHistoryShortcuts: return optionsHistoryShortcutsPage();
     }
     return {};
 }

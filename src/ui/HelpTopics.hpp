@@ -21,10 +21,11 @@ enum class HelpTopic {
     export_, // "export" is a C++ keyword
     licenseTerms,
     troubleshooting,
+    optionsHistoryShortcuts, ///< after the others, which keep their places
 };
 
 /// Every topic, in sidebar order.
-const std::array<HelpTopic, 9>& allHelpTopics();
+const std::array<HelpTopic, 10>& allHelpTopics();
 
 /// The topic's title, as the sidebar and the page show it.
 QString helpTopicTitle(HelpTopic topic);

@@ -4,6 +4,7 @@
 #include "ui/GeneratedLoopRow.hpp"
 #include "ui/WaveformView.hpp"
 
+#include <QKeyEvent>
 #include <QLabel>
 #include <QVBoxLayout>
 
@@ -56,6 +57,7 @@ void VariationListPanel::setLoops(const std::vector<model::GeneratedLoop>& loops
             loop, playing == PlaybackTarget::generated(id), progress, [this, id](bool on) { onToggle_(id, on); },
             [this, id] { onPlayToggle_(id); }, list);
         row->setObjectName(QStringLiteral("generatedLoopRow"));
+        row->installEventFilter(this);
         // Before the trailing stretch.
         listLayout_->insertWidget(listLayout_->count() - 1, row);
         // The layout would show it only after the next event.
@@ -74,6 +76,34 @@ void VariationListPanel::setPlayingProgress(const playback::Uuid& id, std::optio
                                   [&id](const GeneratedLoopRow* candidate) { return candidate->loopId() == id; });
     if (row != rows_.end())
         (*row)->setPlayback(true, progress);
+}
+
+} // namespace marquetry::ui
+
+namespace marquetry::ui {
+
+void VariationListPanel::focusFirstRow() {
+    if (rows_.empty())
+        return;
+    rows_.front()->setFocus(Qt::OtherFocusReason);
+    ensureWidgetVisible(rows_.front());
+}
+
+bool VariationListPanel::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() != QEvent::KeyPress)
+        return QScrollArea::eventFilter(watched, event);
+    const auto* key = static_cast<QKeyEvent*>(event);
+    const int step = key->key() == Qt::Key_Up ? -1 : key->key() == Qt::Key_Down ? 1 : 0;
+    const auto row = std::find(rows_.begin(), rows_.end(), watched);
+    if (step == 0 || (key->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier || row == rows_.end())
+        return QScrollArea::eventFilter(watched, event);
+    const auto index = (row - rows_.begin()) + step;
+    if (index >= 0 && index < std::ssize(rows_)) {
+        GeneratedLoopRow* next = rows_[static_cast<std::size_t>(index)];
+        next->setFocus(step < 0 ? Qt::BacktabFocusReason : Qt::TabFocusReason);
+        ensureWidgetVisible(next);
+    }
+    return true;
 }
 
 } // namespace marquetry::ui

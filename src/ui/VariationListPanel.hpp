@@ -43,6 +43,14 @@ public:
     /// touching no other row; for the ticks of a playing preview.
     void setPlayingProgress(const playback::Uuid& id, std::optional<double> progress);
 
+    /// Gives the keyboard focus to the first row and scrolls it into view;
+    /// nothing when there is no row.
+    void focusFirstRow();
+
+protected:
+    /// Up and Down on a row move the focus to the row above or below.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     std::function<void(const playback::Uuid&, bool)> onToggle_;
     std::function<void(const playback::Uuid&)> onPlayToggle_;

@@ -219,6 +219,22 @@ void WaveformView::paintEvent(QPaintEvent*) {
     }
 
     paintPlaybackIcon(painter, QPointF(w / 2, h / 2), iconDiameter_, icon_);
+
+    if (hasFocus()) {
+        painter.setPen(QPen(look::accent(palette()), 2));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), 8, 8);
+    }
+}
+
+void WaveformView::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    update();
+}
+
+void WaveformView::focusOutEvent(QFocusEvent* event) {
+    QWidget::focusOutEvent(event);
+    update();
 }
 
 void WaveformView::changeEvent(QEvent* event) {

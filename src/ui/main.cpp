@@ -1,14 +1,13 @@
 #include "model/LaunchSettings.hpp"
 #include "model/SystemServices.hpp"
-#include "ui/ContentView.hpp"
 #include "ui/HelpPanels.hpp"
+#include "ui/MainWindow.hpp"
 #include "ui/QtAudioPlayer.hpp"
 #include "ui/QtPlatform.hpp"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QFile>
-#include <QMainWindow>
 #include <QMenuBar>
 
 #include <exception>
@@ -81,12 +80,7 @@ int main(int argc, char** argv) {
     try {
         model::LaunchSource launch = launchSource(app);
         QtServices services(std::move(launch.sourceDir));
-        QMainWindow window;
-        // An untitled window shows the application's name on macOS but
-        // nothing elsewhere.
-        window.setWindowTitle(QApplication::applicationName());
-        window.setCentralWidget(
-            new ui::ContentView(services.platform(), &ui::chooseAudioFiles, std::move(launch.selectedFile)));
+        ui::MainWindow window(services.platform(), &ui::chooseAudioFiles, std::move(launch.selectedFile));
         ui::addHelpMenu(*window.menuBar());
         window.show();
         window.raise();

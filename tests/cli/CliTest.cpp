@@ -304,6 +304,27 @@ TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
 }
 
 // One line per file, refusals included, and exit 1 when any was refused.
+TEST_F(CliInProcess, KeepExistingWritesBesideEarlierFilesAndReplaceOverwrites) {
+    copyLoops({"amen_s16.wav"});
+    const auto generate = [&](std::vector<std::string> extra) {
+        std::vector<std::string> arguments{"generate", "--source", at("source/amen_s16.wav"), "--seed", "3",
+                                           "--variations", "2", "--output", at("out")};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return run(arguments);
+    };
+    ASSERT_EQ(generate({}).exitCode, 0);
+    const auto first = folderContents(at("out"));
+    const auto kept = generate({"--keep-existing"});
+    ASSERT_EQ(kept.exitCode, 0) << kept.err;
+    EXPECT_NE(kept.out.find("Exported 2 loop(s) to " + at("out") + "\n"), std::string::npos) << kept.out;
+    auto expected = first;
+    for (const auto& [name, bytes] : first)
+        expected[name.substr(0, name.size() - 4) + "-2.wav"] = bytes;
+    EXPECT_EQ(folderContents(at("out")), expected);
+    ASSERT_EQ(generate({}).exitCode, 0);
+    EXPECT_EQ(folderContents(at("out")), expected) << "replacing writes over the same names";
+}
+
 TEST_F(CliInProcess, ImportConvertsWhatItCanAndSaysWhyForTheRest) {
     const std::string flac = audio::test::testLoopPath("import/amen_s16.flac");
     std::ofstream(root / "notes.txt") << "not audio";

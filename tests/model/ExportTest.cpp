@@ -186,5 +186,36 @@ TEST_F(FileSystemTest, ExportRemovesOnlyItsOwnStaleTemporaries) {
         EXPECT_EQ(fs::exists(outputFolder() + "/" + entry.name), !entry.removed) << entry.name;
 }
 
+TEST_F(AppModelExport, KeepBothNeverTouchesAnExistingFileAndIsRemembered) {
+    AppModel& m = withVariations(2);
+    m.setOutputDir(outputFolder());
+    m.setExportManifest(true);
+    m.setKeepExisting(true);
+    EXPECT_EQ(settings.values.at(AppModel::keepExistingKey), "true");
+    const std::string stem0 = nameOf(0).substr(0, nameOf(0).size() - 4);
+    const std::string manifest = "a_mqtry_grid_manifest.json";
+    // Taken names: the first file, its first free name, and the manifest's.
+    for (const std::string& name : {nameOf(0), stem0 + "-2.wav", manifest})
+        addFile(name, counting(7), outputFolder());
+
+    const AppModel::ExportOutcome outcome = m.exportSelected();
+    EXPECT_EQ(m.status(), "Exported 2 loop(s) to " + outputFolder());
+    EXPECT_THAT(outcome.files, ElementsAre(outputFolder() + "/" + stem0 + "-3.wav", outputFolder() + "/" + nameOf(1)));
+    EXPECT_EQ(outcome.manifest, outputFolder() + "/a_mqtry_grid_manifest-2.json");
+    for (const std::string& name : {nameOf(0), stem0 + "-2.wav", manifest})
+        EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + name), counting(7)) << name;
+    EXPECT_EQ(audio::readWholeFile(outcome.files[0]), fileOf(0));
+    EXPECT_EQ(audio::readWholeFile(outcome.files[1]), fileOf(1));
+
+    // Replace, the default, writes over the names themselves.
+    model.reset();
+    settings.values.erase(AppModel::keepExistingKey);
+    AppModel& next = withVariations(2);
+    EXPECT_FALSE(next.keepExisting());
+    next.setOutputDir(outputFolder());
+    next.exportSelected();
+    EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + nameOf(0)), fileOf(0));
+}
+
 } // namespace
 } // namespace marquetry::model::test

@@ -1,3 +1,4 @@
+#include "model/Generation.hpp"
 #include "ui/AppLogo.hpp"
 #include "ui/HelpPanels.hpp"
 #include "ui/MarquetryHelpView.hpp"
@@ -95,14 +96,34 @@ private slots:
         }
     }
 
-    void sidebarSelectsTheNineTopicsInOrder() {
+    void escapeOrCtrlWClosesTheHelpWindow() {
+        for (const QKeySequence& keys : {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+            HelpPanels::shared().showHelp();
+            QWidget* window = HelpPanels::shared().helpWindow();
+            QVERIFY(QTest::qWaitForWindowActive(window));
+            QTest::keySequence(window, keys);
+            QVERIFY2(HelpPanels::shared().helpWindow() == nullptr, qPrintable(keys.toString()));
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+    }
+
+    void exportTopicNamesTheFilesThatExportWrites() {
+        const QString names = ui::helpPage(HelpTopic::export_).blocks.back().text;
+        QCOMPARE(names, QStringLiteral("File names use the pattern <stem>_mqtry_<model>NN.wav, for example "
+                                       "AmenBreak170_mqtry_pivot03.wav."));
+        const std::string written = model::variationName("Amen Break (170).wav", chop::ChopModel::pivot, 3);
+        QVERIFY(names.contains(QString::fromStdString(written)));
+    }
+
+    void sidebarSelectsTheTopicsInOrder() {
         ui::MarquetryHelpView view;
         auto* sidebar = view.findChild<QListWidget*>();
         QStringList titles;
         for (int row = 0; row < sidebar->count(); ++row)
             titles << sidebar->item(row)->text();
         QCOMPARE(titles, (QStringList{"Welcome", "Get Started", "Main Interface", "Chop Models", "Mashup Mode",
-                                      "Playback", "Export", "License & Terms", "Troubleshooting"}));
+                                      "Playback", "Export", "License & Terms", "Troubleshooting",
+                                      "Options, History & Shortcuts"}));
 
         sidebar->setCurrentRow(3);
         QCOMPARE(view.selected(), HelpTopic::chopModels);

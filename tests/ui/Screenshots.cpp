@@ -6,6 +6,7 @@
 
 #include "ui/ContentView.hpp"
 #include "ui/HelpPanels.hpp"
+#include "ui/MainWindow.hpp"
 #include "ui/MarquetryHelpView.hpp"
 
 #include <QApplication>
@@ -50,8 +51,24 @@ bool renderHelp(const QDir& folder) {
     view->setSelected(ui::HelpTopic::chopModels);
     QApplication::processEvents();
     ok = save(*window, folder, "8-help-chop-models.png") && ok;
+    view->setSelected(ui::HelpTopic::optionsHistoryShortcuts);
+    QApplication::processEvents();
+    ok = save(*window, folder, "8-help-options-history-shortcuts.png") && ok;
     window->close();
     return ok;
+}
+
+// The whole window, menus included, at 800 x 600: the content scrolls.
+bool renderSmallWindow(const QDir& folder, const std::vector<std::string>& loops) {
+    ui::test::FakePlatform platform;
+    for (const std::string& loop : loops)
+        platform.addLoop(loop);
+    ui::MainWindow window(platform.platform(), platform.audioFileChooser());
+    window.show();
+    window.resize(800, 600);
+    generate(window.content(), platform);
+    QApplication::processEvents();
+    return save(window, folder, "9-small-window-scrolls.png");
 }
 
 bool render(const Shot& shot, const QDir& folder) {
@@ -111,6 +128,19 @@ int main(int argc, char** argv) {
              view.model().toggleMashupMembership(view.model().wavFiles().at(2), true);
              view.model().toggleSourcePlayback();
          }},
+        // Back to the first of two runs, its ticks restored, with the focus on
+        // its first variation, and Keep both chosen for the export.
+        {"3-history-back-keep-both.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             view.activateWindow();
+             generate(view, platform);
+             view.model().toggleSelection(view.model().generatedLoops().at(1).id, false);
+             view.model().setSeedText("7");
+             generate(view, platform);
+             view.model().goBack();
+             platform.tasks.drain();
+             view.model().setKeepExisting(true);
+         }},
         {"6-glitch.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
              view.model().setChopModel(chop::ChopModel::glitch);
@@ -122,5 +152,6 @@ int main(int argc, char** argv) {
     for (const Shot& shot : shots)
         ok = render(shot, folder) && ok;
     ok = renderHelp(folder) && ok;
+    ok = renderSmallWindow(folder, loops) && ok;
     return ok ? 0 : 1;
 }

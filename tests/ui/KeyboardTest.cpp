@@ -1,0 +1,271 @@
+// The main window from the keyboard, and a window that fits its screen: the
+// real menus and shortcuts over the model on fake players, offscreen.
+#include "UiFakes.hpp"
+
+#include "model/FileSystem.hpp"
+#include "ui/GeneratedLoopRow.hpp"
+#include "ui/MainWindow.hpp"
+#include "ui/WaveformView.hpp"
+
+#include <QAbstractSpinBox>
+#include <QApplication>
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSpinBox>
+#include <QtTest>
+
+using namespace marquetry;
+using playback::PlaybackTarget;
+
+class KeyboardTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void spaceTogglesTheFocusedItemAndEscapeStops() {
+        model::AppModel& m = start();
+        auto* source = find<ui::WaveformView>("sourceWaveform");
+        source->setFocus();
+        key(Qt::Key_Space);
+        QCOMPARE(m.playingTarget(), std::optional(PlaybackTarget::source()));
+        key(Qt::Key_Space);
+        QVERIFY(!m.playingTarget());
+        QCOMPARE(m.status(), "Stopped source preview.");
+
+        generate();
+        const QList<ui::GeneratedLoopRow*> rows = loopRows();
+        QCOMPARE(QApplication::focusWidget(), rows[0]);
+        key(Qt::Key_Space);
+        QCOMPARE(m.playingTarget(), std::optional(PlaybackTarget::generated(m.generatedLoops()[0].id)));
+        key(Qt::Key_Down);
+        key(Qt::Key_Space);
+        QCOMPARE(m.playingTarget(), std::optional(PlaybackTarget::generated(m.generatedLoops()[1].id)));
+        QVERIFY(window_->content().commands().stopPlayback->isEnabled());
+        key(Qt::Key_Escape);
+        QVERIFY(!m.playingTarget());
+        QCOMPARE(m.status(), "Stopped preview.");
+        QVERIFY(!window_->content().commands().stopPlayback->isEnabled());
+        QCOMPARE(menuTitles(), (QStringList{"File", "History", "Playback"}));
+        key(Qt::Key_Q, Qt::ControlModifier);
+        QVERIFY(!window_->isVisible());
+        QVERIFY(platform_->settings.values.contains(ui::MainWindow::geometryKey));
+    }
+
+    void arrowsLettersAndReturnMoveThroughSourcesAndVariations() {
+        model::AppModel& m = start({"a.wav", "b.wav", "Cymbal.wav"});
+        find("sourceList")->setFocus();
+        const auto selected = [&m] { return model::fileName(m.selectedFile().value_or("")); };
+        key(Qt::Key_Down);
+        QCOMPARE(selected(), "b.wav");
+        key(Qt::Key_Down, Qt::NoModifier, 2); // stops at the last file
+        QCOMPARE(selected(), "Cymbal.wav");
+        key(Qt::Key_A);
+        QCOMPARE(selected(), "a.wav");
+        key(Qt::Key_C);
+        QCOMPARE(selected(), "Cymbal.wav");
+        key(Qt::Key_Up);
+        QCOMPARE(selected(), "b.wav");
+
+        generate();
+        key(Qt::Key_Up); // already on the first row
+        QCOMPARE(QApplication::focusWidget(), loopRows()[0]);
+        key(Qt::Key_Down);
+        key(Qt::Key_Return);
+        QVERIFY(m.generatedLoops()[0].isSelected && !m.generatedLoops()[1].isSelected);
+        QVERIFY(!loopRows()[1]->checkBox()->isChecked());
+        key(Qt::Key_Enter, Qt::KeypadModifier);
+        QVERIFY(m.generatedLoops()[1].isSelected);
+    }
+
+    void generateShortcutAndButtonLeaveTheFocusOnTheFirstVariation() {
+        model::AppModel& m = start();
+        auto* slices = find<QSpinBox>("slicesBox");
+        slices->setFocus();
+        key(Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(m.isGenerating());
+        platform_->tasks.drain();
+        QCOMPARE(QApplication::focusWidget(), loopRows()[0]);
+
+        // A click gives the button the focus, which it loses when disabled.
+        QTest::mouseClick(find("generateButton"), Qt::LeftButton);
+        QVERIFY(m.isGenerating());
+        QVERIFY(!qobject_cast<QAbstractSpinBox*>(QApplication::focusWidget()));
+        platform_->tasks.drain();
+        QCOMPARE(QApplication::focusWidget(), loopRows()[0]);
+        key(Qt::Key_E, Qt::ControlModifier);
+        QCOMPARE(m.status(), "Exported 10 loop(s) to " + platform_->outputFolder());
+    }
+
+    void typedValuesPastTheLimitsClampToThem_data() {
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<int>("value");
+        QTest::newRow("slices above") << "slicesBox" << "200" << 128;
+        QTest::newRow("slices far above") << "slicesBox" << "99999999999999999999" << 128;
+        QTest::newRow("slices below") << "slicesBox" << "2" << 4;
+        QTest::newRow("slices within") << "slicesBox" << "16" << 16;
+        QTest::newRow("variations above") << "variationsBox" << "1000" << 100;
+        QTest::newRow("fade above") << "joinFadeMsBox" << "80" << 50;
+    }
+
+    void typedValuesPastTheLimitsClampToThem() {
+        QFETCH(QString, box);
+        QFETCH(QString, typed);
+        QFETCH(int, value);
+        model::AppModel& m = start();
+        auto* spinBox = find<QSpinBox>(box);
+        spinBox->setEnabled(true);
+        spinBox->setFocus();
+        spinBox->selectAll();
+        QTest::keyClicks(spinBox, typed);
+        QTest::keyClick(spinBox, Qt::Key_Return);
+        QCOMPARE(spinBox->value(), value);
+        if (box == "slicesBox")
+            QCOMPARE(m.slices(), std::int64_t{value});
+    }
+
+    void historyKeysBringBackABlankSeedRunAfterTheSourceChanged() {
+        model::AppModel& m = start();
+        const ui::ContentView::Commands& commands = window_->content().commands();
+        QVERIFY(!commands.back->isEnabled() && !find("backButton")->isEnabled());
+        generate(); // blank seed, decided by the clock
+        std::vector<audio::Bytes> first;
+        for (const model::GeneratedLoop& loop : m.generatedLoops())
+            first.push_back(loop.pcmData);
+        m.toggleSelection(m.generatedLoops()[0].id, false);
+        platform_->now += 3600;
+        generate();
+        QVERIFY(m.generatedLoops()[0].pcmData != first[0]);
+        QVERIFY(commands.back->isEnabled() && !commands.forward->isEnabled());
+
+        m.selectFile(platform_->sourceFolder() + "/b.wav"); // empties the list
+        key(Qt::Key_Z, Qt::ControlModifier);                 // the run just emptied
+        platform_->tasks.drain();
+        key(Qt::Key_Z, Qt::ControlModifier); // the run before it
+        platform_->tasks.drain();
+        QCOMPARE(m.generatedLoops().size(), first.size());
+        for (std::size_t i = 0; i < first.size(); ++i)
+            QVERIFY2(m.generatedLoops()[i].pcmData == first[i], qPrintable(QString("variation %1").arg(i + 1)));
+        QVERIFY(!m.generatedLoops()[0].isSelected && !loopRows()[0]->checkBox()->isChecked());
+        QCOMPARE(model::fileName(*m.selectedFile()), "a.wav");
+        QVERIFY(commands.forward->isEnabled() && !commands.back->isEnabled());
+        key(Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+        platform_->tasks.drain();
+        QVERIFY(m.generatedLoops()[0].pcmData != first[0]);
+    }
+
+    void aSmallWindowScrollsItsContentAndOpensOnScreen() {
+        start();
+        QScrollArea& scroll = window_->scrollArea();
+        // The offscreen screen is smaller than the content.
+        const QRect available = window_->screen()->availableGeometry();
+        QVERIFY(available.contains(window_->frameGeometry()));
+        window_->resize(800, 600);
+        QTRY_VERIFY(scroll.verticalScrollBar()->isVisible() && scroll.horizontalScrollBar()->isVisible());
+        QVERIFY(window_->content().width() >= 1040 && window_->content().height() >= 700);
+        scroll.verticalScrollBar()->setValue(scroll.verticalScrollBar()->maximum());
+        QVERIFY(!find("outputRow")->visibleRegion().isEmpty());
+    }
+
+    void windowGeometryIsRememberedAndKeptOnScreen_data() {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QRect>("expected");
+        QTest::newRow("fits") << "20,60,700,500" << QRect(20, 60, 700, 500);
+        QTest::newRow("off screen") << "-5000,-300,700,500" << QRect(8, 40, 700, 500);
+        QTest::newRow("too large") << "0,0,3000,3000" << QRect(0, 0, 1, 1);
+        QTest::newRow("not a geometry") << "wide" << QRect();
+    }
+
+    void windowGeometryIsRememberedAndKeptOnScreen() {
+        QFETCH(QString, stored);
+        QFETCH(QRect, expected);
+        platform_ = std::make_unique<ui::test::FakePlatform>();
+        platform_->settings.values[ui::MainWindow::geometryKey] = stored.toStdString();
+        window_ = std::make_unique<ui::MainWindow>(platform_->platform(), platform_->audioFileChooser());
+        const QRect room = QGuiApplication::primaryScreen()->availableGeometry().marginsRemoved({8, 40, 8, 8});
+        if (expected == QRect(0, 0, 1, 1))
+            expected = room; // as large as the screen allows
+        if (!expected.isNull())
+            QCOMPARE(window_->geometry(), expected);
+        QVERIFY(room.contains(window_->geometry()));
+        window_->show();
+        window_->setGeometry(30, 70, 640, 480);
+        window_->close();
+        QCOMPARE(platform_->settings.values.at(ui::MainWindow::geometryKey), "30,70,640,480");
+    }
+
+    void fitOnScreenKeepsTheWholeWindowInTheFreeArea_data() {
+        QTest::addColumn<QRect>("wanted");
+        QTest::addColumn<QRect>("available");
+        QTest::addColumn<QRect>("fitted");
+        const QMargins frame(8, 40, 8, 8);
+        // 1920 x 1080 at a scale factor of 1.5, under a 30-point panel.
+        QTest::newRow("scaled laptop") << QRect(0, 0, 1072, 780) << QRect(0, 30, 1280, 690)
+                                       << QRect(8, 70, 1072, 642);
+        QTest::newRow("second screen") << QRect(3000, 100, 800, 600) << QRect(1920, 0, 1920, 1080)
+                                       << QRect(3000, 100, 800, 600);
+        QTest::newRow("left of it") << QRect(1000, 100, 800, 600) << QRect(1920, 0, 1920, 1080)
+                                    << QRect(1928, 100, 800, 600);
+        QTest::newRow("bottom right") << QRect(1900, 1000, 800, 600) << QRect(0, 0, 1920, 1080)
+                                      << QRect(1112, 472, 800, 600);
+    }
+
+    void fitOnScreenKeepsTheWholeWindowInTheFreeArea() {
+        QFETCH(QRect, wanted);
+        QFETCH(QRect, available);
+        QFETCH(QRect, fitted);
+        QCOMPARE(ui::fitOnScreen(wanted, available, QMargins(8, 40, 8, 8)), fitted);
+    }
+
+private:
+    model::AppModel& start(const std::vector<std::string>& files = {"a.wav", "b.wav"}) {
+        window_.reset();
+        platform_ = std::make_unique<ui::test::FakePlatform>();
+        for (const std::string& file : files)
+            platform_->addLoop(file);
+        window_ = std::make_unique<ui::MainWindow>(platform_->platform(), platform_->audioFileChooser());
+        window_->show();
+        if (!QTest::qWaitForWindowActive(window_.get()))
+            qFatal("the window did not become active");
+        return window_->content().model();
+    }
+    template <typename T = QWidget>
+    T* find(const QString& name) const {
+        T* widget = window_->findChild<T*>(name);
+        if (!widget)
+            qFatal("no widget named %s", qPrintable(name));
+        return widget;
+    }
+    /// Keys as a person types them: to whatever has the focus.
+    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::NoModifier, int times = 1) const {
+        for (int i = 0; i < times; ++i) {
+            QWidget* target = QApplication::focusWidget();
+            QTest::keyClick(target != nullptr ? target : window_.get(), k, modifiers);
+        }
+    }
+    void generate() const {
+        key(Qt::Key_Return, Qt::ControlModifier);
+        platform_->tasks.drain();
+    }
+    QList<ui::GeneratedLoopRow*> loopRows() const {
+        QList<ui::GeneratedLoopRow*> rows = window_->findChildren<ui::GeneratedLoopRow*>();
+        rows.removeIf([](const ui::GeneratedLoopRow* row) { return row->isHidden(); });
+        return rows;
+    }
+    QStringList menuTitles() const {
+        QStringList titles;
+        for (const QAction* menu : window_->menuBar()->actions())
+            titles << menu->text();
+        return titles;
+    }
+
+    std::unique_ptr<ui::test::FakePlatform> platform_;
+    std::unique_ptr<ui::MainWindow> window_;
+};
+
+QTEST_MAIN(KeyboardTest)
+#include "KeyboardTest.moc"
