@@ -23,8 +23,8 @@ inline constexpr double maxTempoBpm = 999;
 /// The tempo of `wav`, taken to be a loop of a whole number of beats: of the
 /// beat counts giving 55 to 215 BPM over its length, the one whose beat grid
 /// catches the most onset strength beyond what as many windows would catch
-/// by chance (onsets weighted to loud, low hits), with a mild preference for
-/// tempos near 120 BPM.
+/// by chance (onsets weighted to loud, low hits), discounted when its bars of
+/// four beats do not repeat, with a mild preference for tempos near 120 BPM.
 /// Reads 8-bit unsigned, 16-, 24- and 32-bit integer and 32-bit float samples
 /// of any channel count. nullopt when the loop is too short or silent to
 /// tell, or its samples are in another layout. Pure and deterministic; safe
