@@ -13,9 +13,13 @@ namespace marquetry::ui {
 namespace {
 
 constexpr int markSpacing = 8;
+// A refused file's note: a warning, not an error the user caused.
+const QColor refusalColor(196, 64, 48);
 
 /// A borderless button that shows a radio-style mark and a file name,
-/// elided when the list is narrower than the name.
+/// elided when the list is narrower than the name, over a caption line.
+/// The caption line is there while still empty, so rows do not jump when
+/// their facts arrive.
 class FileNameButton final : public QAbstractButton {
 public:
     explicit FileNameButton(QWidget* parent) : QAbstractButton(parent) {
@@ -29,6 +33,14 @@ public:
         if (selected == selected_)
             return;
         selected_ = selected;
+        update();
+    }
+
+    void setCaption(const QString& caption, bool refused) {
+        if (caption == caption_ && refused == refused_)
+            return;
+        caption_ = caption;
+        refused_ = refused;
         update();
     }
 
@@ -55,7 +67,7 @@ protected:
         }
 
         const double size = markSize();
-        const QRectF mark(padding, (height() - size) / 2.0, size, size);
+        const QRectF mark(padding, padding + (fontMetrics().height() - size) / 2.0, size, size);
         if (selected_) {
             const QColor accent = look::accent(palette());
             painter.setPen(QPen(accent, 1.5));
@@ -72,18 +84,30 @@ protected:
         }
 
         const int textLeft = padding + markSize() + markSpacing;
-        const QRect textRect(textLeft, 0, width() - textLeft - padding, height());
+        const QRect textRect(textLeft, padding, width() - textLeft - padding, fontMetrics().height());
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
                          fontMetrics().elidedText(text(), Qt::ElideMiddle, textRect.width()));
+
+        const QFont small = look::captionFont(font());
+        const QFontMetrics smallMetrics(small);
+        const QRect captionRect(textLeft, textRect.bottom() + 1, textRect.width(), smallMetrics.height());
+        painter.setFont(small);
+        painter.setPen(refused_ ? refusalColor : look::secondary(palette()));
+        painter.drawText(captionRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                         smallMetrics.elidedText(caption_, Qt::ElideRight, captionRect.width()));
     }
 
 private:
     static constexpr int padding = 4;
     int markSize() const { return fontMetrics().height(); }
-    int rowHeight() const { return fontMetrics().height() + 8; }
+    int rowHeight() const {
+        return fontMetrics().height() + QFontMetrics(look::captionFont(font())).height() + 2 * padding;
+    }
 
     bool selected_ = false;
+    QString caption_;
+    bool refused_ = false;
 };
 
 } // namespace
@@ -98,14 +122,15 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     auto* button = new FileNameButton(this);
     button->setObjectName(QStringLiteral("sourceFileSelect"));
     button->setText(QString::fromStdString(model::fileName(values.file)));
-    button->setToolTip(QString::fromStdString(values.file));
     selectButton_ = button;
     layout->addWidget(button, 0, Qt::AlignVCenter);
     tempoLabel_ = new QLabel(this);
     tempoLabel_->setObjectName(QStringLiteral("sourceFileTempo"));
     tempoLabel_->setFont(look::captionFont(font()));
     tempoLabel_->setForegroundRole(QPalette::PlaceholderText);
-    layout->addWidget(tempoLabel_, 0, Qt::AlignVCenter);
+    // On the file name's line.
+    tempoLabel_->setContentsMargins(0, 2, 0, 0);
+    layout->addWidget(tempoLabel_, 0, Qt::AlignTop);
     layout->addStretch(1);
 
     poolCheckBox_ = new QCheckBox(this);
@@ -120,6 +145,7 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     // Force the first draw of every part.
     values_.isSelected = !values.isSelected;
     values_.mashupMode = !values.mashupMode;
+    values_.refusal = values.refusal.empty() ? std::string(1, ' ') : std::string();
     setValues(values);
 }
 
@@ -131,6 +157,15 @@ void SourceFileRow::setValues(const Values& values) {
     if (values.inMashup != poolCheckBox_->isChecked()) {
         const QSignalBlocker blocker(poolCheckBox_);
         poolCheckBox_->setChecked(values.inMashup);
+    }
+    if (values.facts != values_.facts || values.refusal != values_.refusal) {
+        auto* button = static_cast<FileNameButton*>(selectButton_);
+        const bool refused = !values.refusal.empty();
+        const QString refusal = QString::fromStdString(values.refusal);
+        const QString caption = refused ? QStringLiteral("\u26a0 ") + refusal : QString::fromStdString(values.facts);
+        button->setCaption(caption, refused);
+        button->setAccessibleDescription(caption);
+        button->setToolTip(refused ? refusal : QString::fromStdString(values.file));
     }
     if (values.tempo != values_.tempo || tempoLabel_->text().isEmpty() != values.tempo.empty())
         tempoLabel_->setText(QString::fromStdString(values.tempo));
