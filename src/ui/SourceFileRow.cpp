@@ -6,7 +6,9 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QVBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 
 namespace marquetry::ui {
@@ -17,9 +19,7 @@ constexpr int markSpacing = 8;
 const QColor refusalColor(196, 64, 48);
 
 /// A borderless button that shows a radio-style mark and a file name,
-/// elided when the list is narrower than the name, over a caption line.
-/// The caption line is there while still empty, so rows do not jump when
-/// their facts arrive.
+/// elided when the list is narrower than the name.
 class FileNameButton final : public QAbstractButton {
 public:
     explicit FileNameButton(QWidget* parent) : QAbstractButton(parent) {
@@ -36,14 +36,6 @@ public:
         update();
     }
 
-    void setCaption(const QString& caption, bool refused) {
-        if (caption == caption_ && refused == refused_)
-            return;
-        caption_ = caption;
-        refused_ = refused;
-        update();
-    }
-
     QSize sizeHint() const override {
         // One pixel of slack: the advance is rounded, and a name that fits
         // must not come out elided.
@@ -53,6 +45,9 @@ public:
         return {markSize() + markSpacing + fontMetrics().horizontalAdvance(QStringLiteral("M…")) + 2 * padding,
                 rowHeight()};
     }
+
+    /// Where the file name starts, from the button's left edge.
+    int textLeft() const { return padding + markSize() + markSpacing; }
 
 protected:
     void paintEvent(QPaintEvent*) override {
@@ -67,7 +62,7 @@ protected:
         }
 
         const double size = markSize();
-        const QRectF mark(padding, padding + (fontMetrics().height() - size) / 2.0, size, size);
+        const QRectF mark(padding, (height() - size) / 2.0, size, size);
         if (selected_) {
             const QColor accent = look::accent(palette());
             painter.setPen(QPen(accent, 1.5));
@@ -84,28 +79,54 @@ protected:
         }
 
         const int textLeft = padding + markSize() + markSpacing;
-        const QRect textRect(textLeft, padding, width() - textLeft - padding, fontMetrics().height());
+        const QRect textRect(textLeft, 0, width() - textLeft - padding, height());
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
                          fontMetrics().elidedText(text(), Qt::ElideMiddle, textRect.width()));
-
-        const QFont small = look::captionFont(font());
-        const QFontMetrics smallMetrics(small);
-        const QRect captionRect(textLeft, textRect.bottom() + 1, textRect.width(), smallMetrics.height());
-        painter.setFont(small);
-        painter.setPen(refused_ ? refusalColor : look::secondary(palette()));
-        painter.drawText(captionRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                         smallMetrics.elidedText(caption_, Qt::ElideRight, captionRect.width()));
     }
 
 private:
     static constexpr int padding = 4;
     int markSize() const { return fontMetrics().height(); }
-    int rowHeight() const {
-        return fontMetrics().height() + QFontMetrics(look::captionFont(font())).height() + 2 * padding;
-    }
+    int rowHeight() const { return fontMetrics().height() + 8; }
 
     bool selected_ = false;
+};
+
+/// The small print under a file name, elided to the row's width. It is
+/// there while still empty, so rows do not jump when their facts arrive; a
+/// click on it selects, as one on the name does.
+class CaptionLine final : public QWidget {
+public:
+    CaptionLine(QAbstractButton* select, QWidget* parent) : QWidget(parent), select_(select) {
+        setFont(look::captionFont(font()));
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+        setCursor(Qt::PointingHandCursor);
+    }
+
+    void setCaption(const QString& caption, bool refused) {
+        caption_ = caption;
+        refused_ = refused;
+        update();
+    }
+
+    QSize sizeHint() const override { return {0, fontMetrics().height() + contentsMargins().top()}; }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        const QRect area = contentsRect();
+        painter.setPen(refused_ ? refusalColor : look::secondary(palette()));
+        painter.drawText(area, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                         fontMetrics().elidedText(caption_, Qt::ElideRight, area.width()));
+    }
+    void mouseReleaseEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+            select_->click();
+    }
+
+private:
+    QAbstractButton* select_;
     QString caption_;
     bool refused_ = false;
 };
@@ -115,9 +136,13 @@ private:
 SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std::function<void(bool)> onMashupToggle,
                              QWidget* parent)
     : QWidget(parent), onSelect_(std::move(onSelect)), onMashupToggle_(std::move(onMashupToggle)) {
-    auto* layout = new QHBoxLayout(this);
+    // The file's line, then its facts under the name.
+    auto* lines = new QVBoxLayout(this);
+    lines->setSpacing(0);
+    lines->setContentsMargins(0, 2, 0, 2);
+    auto* layout = new QHBoxLayout;
     layout->setSpacing(8);
-    layout->setContentsMargins(0, 2, 0, 2);
+    lines->addLayout(layout);
 
     auto* button = new FileNameButton(this);
     button->setObjectName(QStringLiteral("sourceFileSelect"));
@@ -128,9 +153,7 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     tempoLabel_->setObjectName(QStringLiteral("sourceFileTempo"));
     tempoLabel_->setFont(look::captionFont(font()));
     tempoLabel_->setForegroundRole(QPalette::PlaceholderText);
-    // On the file name's line.
-    tempoLabel_->setContentsMargins(0, 2, 0, 0);
-    layout->addWidget(tempoLabel_, 0, Qt::AlignTop);
+    layout->addWidget(tempoLabel_, 0, Qt::AlignVCenter);
     layout->addStretch(1);
 
     poolCheckBox_ = new QCheckBox(this);
@@ -138,6 +161,12 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     layout->addWidget(poolCheckBox_, 0, Qt::AlignVCenter);
 
     // clicked(), unlike toggled(), comes from the user only.
+    auto* caption = new CaptionLine(button, this);
+    caption->setObjectName(QStringLiteral("sourceFileFacts"));
+    caption->setContentsMargins(button->textLeft(), 0, 0, 0);
+    captionLine_ = caption;
+    lines->addWidget(caption);
+
     connect(button, &QAbstractButton::clicked, this, [this] { onSelect_(); });
     connect(poolCheckBox_, &QCheckBox::clicked, this, [this](bool checked) { onMashupToggle_(checked); });
 
@@ -159,13 +188,15 @@ void SourceFileRow::setValues(const Values& values) {
         poolCheckBox_->setChecked(values.inMashup);
     }
     if (values.facts != values_.facts || values.refusal != values_.refusal) {
-        auto* button = static_cast<FileNameButton*>(selectButton_);
         const bool refused = !values.refusal.empty();
         const QString refusal = QString::fromStdString(values.refusal);
         const QString caption = refused ? QStringLiteral("\u26a0 ") + refusal : QString::fromStdString(values.facts);
-        button->setCaption(caption, refused);
-        button->setAccessibleDescription(caption);
-        button->setToolTip(refused ? refusal : QString::fromStdString(values.file));
+        static_cast<CaptionLine*>(captionLine_)->setCaption(caption, refused);
+        selectButton_->setAccessibleDescription(caption);
+        // The reader's own words where the pointer rests, on either line.
+        const QString tip = refused ? refusal : QString::fromStdString(values.file);
+        selectButton_->setToolTip(tip);
+        captionLine_->setToolTip(tip);
     }
     if (values.tempo != values_.tempo || tempoLabel_->text().isEmpty() != values.tempo.empty())
         tempoLabel_->setText(QString::fromStdString(values.tempo));

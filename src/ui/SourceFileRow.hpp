@@ -51,6 +51,7 @@ private:
     QAbstractButton* selectButton_ = nullptr;
     QCheckBox* poolCheckBox_ = nullptr;
     QLabel* tempoLabel_ = nullptr;
+    QWidget* captionLine_ = nullptr;
 };
 
 } // namespace marquetry::ui
