@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <exception>
 #include <filesystem>
@@ -24,11 +25,10 @@ namespace fs = std::filesystem;
 
 constexpr std::int64_t envelopePoints = 1000;
 
-// A facts pass hands its findings back in batches: the list redraws once per
-// batch, not once per loop of a folder of thousands. Headers come quickly,
-// tempos at the pace of a decode each.
-constexpr std::size_t headerBatch = 256;
-constexpr std::size_t tempoBatch = 8;
+// A facts pass hands its findings back at most this often, and at the end of
+// each phase: every hand-back redraws the whole list, which for a folder of
+// thousands must not happen once per loop.
+constexpr std::chrono::milliseconds factsHandBackInterval{250};
 // A background decode holds the whole payload in memory: past this size the
 // tempo waits until the loop is selected.
 constexpr std::uint64_t maxBackgroundDecodeBytes = 64 << 20;
@@ -225,9 +225,11 @@ void AppModel::startFactsPass() {
     const auto work = [files = wavFiles_, pass, &tasks = platform_.tasks, model = this,
                        alive = std::weak_ptr<char>(lifetime_)] {
         std::vector<FoundFacts> batch;
+        auto lastHandBack = std::chrono::steady_clock::now();
         const auto handBack = [&] {
             if (batch.empty())
                 return;
+            lastHandBack = std::chrono::steady_clock::now();
             tasks.runOnMain([model, alive, pass, found = std::move(batch)]() mutable {
                 // Dropped when the model is gone or a later scan replaced the list.
                 if (alive.lock() && model->factsPass_ == pass)
@@ -243,7 +245,7 @@ void AppModel::startFactsPass() {
             if (facts.header && facts.header->payloadBytes <= maxBackgroundDecodeBytes)
                 decodable.push_back(path);
             batch.push_back({path, std::move(facts), std::nullopt});
-            if (batch.size() == headerBatch)
+            if (std::chrono::steady_clock::now() - lastHandBack >= factsHandBackInterval)
                 handBack();
         }
         handBack();
@@ -261,7 +263,7 @@ void AppModel::startFactsPass() {
                 found.facts.refusal = describe(error);
             }
             batch.push_back(std::move(found));
-            if (batch.size() == tempoBatch)
+            if (std::chrono::steady_clock::now() - lastHandBack >= factsHandBackInterval)
                 handBack();
         }
         handBack();
