@@ -222,7 +222,7 @@ void AppModel::startFactsPass() {
     auto pass = factsPass_ = std::make_shared<std::atomic<bool>>(false);
     if (wavFiles_.empty())
         return;
-    const auto work = [files = wavFiles_, pass, &tasks = platform_.tasks, model = this,
+    auto work = [files = wavFiles_, pass, &tasks = platform_.tasks, model = this,
                        alive = std::weak_ptr<char>(lifetime_)] {
         std::vector<FoundFacts> batch;
         auto lastHandBack = std::chrono::steady_clock::now();
@@ -270,7 +270,7 @@ void AppModel::startFactsPass() {
     };
     // Without a worker the list simply shows no facts.
     try {
-        platform_.tasks.runInBackground(work);
+        platform_.tasks.runInBackground(std::move(work));
     } catch (const std::exception&) {
     }
 }
