@@ -1,4 +1,5 @@
-// Generation (with and without join fades), export, scanning and onset
+// Generation (with and without join fades), export, scanning (also with the
+// window's background facts pass queued, and that pass itself) and onset
 // detection through the product's own paths, each beside a baseline measured
 // in the same run: a memcpy of the bytes a run produces, plain writes of the
 // files export writes, a bare listing of the folder a scan reads, and a peer
@@ -153,6 +154,31 @@ void scan(benchmark::State& state, model::AppModel& app) {
     state.SetItemsProcessed(state.iterations() * std::ssize(app.wavFiles()));
 }
 
+// A scan as the window makes it: the facts pass is queued, never waited for.
+// The queue is emptied outside the timing.
+void scanWithFacts(benchmark::State& state, model::AppModel& app, model::test::FakeTaskRunner& tasks) {
+    for (auto _ : state) {
+        app.refreshFiles();
+        benchmark::DoNotOptimize(app.wavFiles().data());
+        state.PauseTiming();
+        tasks.background.clear();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * std::ssize(app.wavFiles()));
+}
+
+// The pass itself, on its worker and in its hand-backs: every header, then
+// every loop decoded for its tempo.
+void factsPass(benchmark::State& state, model::AppModel& app, model::test::FakeTaskRunner& tasks) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        app.refreshFiles();
+        state.ResumeTiming();
+        tasks.drain();
+    }
+    state.SetItemsProcessed(state.iterations() * std::ssize(app.wavFiles()));
+}
+
 void listing(benchmark::State& state, const std::string& folder) {
     std::size_t count = 0;
     for (auto _ : state) {
@@ -237,6 +263,8 @@ struct ScanSetup {
     ScratchFolder scratch;
     Platform platform;
     std::unique_ptr<model::AppModel> scanner;
+    Platform factsPlatform;
+    std::unique_ptr<model::AppModel> factsScanner;
 
     ScanSetup() {
         const audio::WavData loop = audio::loadWav(loopPath);
@@ -252,6 +280,10 @@ struct ScanSetup {
         platform.settings.values[model::AppModel::sourceDirKey] = scratch.path.string();
         platform.settings.values[model::AppModel::outputDirKey] = scratch.path.string();
         scanner = std::make_unique<model::AppModel>(platform.forModel());
+        factsPlatform.settings.values = platform.settings.values;
+        factsScanner = std::make_unique<model::AppModel>(factsPlatform.forModel());
+        factsScanner->readSourceFactsInBackground();
+        factsPlatform.tasks.background.clear();
     }
     static ScanSetup& shared() {
         static ScanSetup setup;
@@ -293,6 +325,14 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("BM_Scan/10000files", [](benchmark::State& s) {
             scan(s, *ScanSetup::shared().scanner);
         })->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_Scan/10000files/factsQueued", [](benchmark::State& s) {
+            auto& setup = ScanSetup::shared();
+            scanWithFacts(s, *setup.factsScanner, setup.factsPlatform.tasks);
+        })->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("BM_FactsPass/10000files", [](benchmark::State& s) {
+            auto& setup = ScanSetup::shared();
+            factsPass(s, *setup.factsScanner, setup.factsPlatform.tasks);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark("BM_ListFolder/10000files", [](benchmark::State& s) {
             listing(s, ScanSetup::shared().scratch.path.string());
         })->Unit(benchmark::kMillisecond);

@@ -3,6 +3,7 @@
 #include "audio/AppError.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -28,8 +29,8 @@ std::uint32_t readU32LE(const std::uint8_t* p) {
 }
 
 // Byte-for-byte: "FMT " or "Data" are other chunks.
-bool hasTag(std::span<const std::uint8_t> image, std::int64_t at, const char (&tag)[5]) {
-    return std::memcmp(image.data() + at, tag, 4) == 0;
+bool hasTag(const std::uint8_t* at, const char (&tag)[5]) {
+    return std::memcmp(at, tag, 4) == 0;
 }
 
 [[noreturn]] void throwFileError(const std::string& path) {
@@ -92,45 +93,54 @@ struct Layout {
     std::size_t payloadSize = 0;
 };
 
-Layout locateChunks(std::span<const std::uint8_t> image) {
-    const auto fileLength = static_cast<std::int64_t>(image.size());
-    if (image.size() < minimumFileSize)
+// The checks run over an image of `fileLength` bytes that `bytesAt(at,
+// count)` hands out piece by piece: only the RIFF header, the chunk headers
+// and the fmt fields are asked for, each within the image, so a file's header
+// can be checked without reading its payload. A pointer is used before the
+// next call, which may reuse its buffer.
+template <typename BytesAt>
+Layout locateChunks(std::int64_t fileLength, BytesAt&& bytesAt) {
+    if (fileLength < static_cast<std::int64_t>(minimumFileSize))
         throw AppError::invalidWav("WAV file is too small.");
-    if (!hasTag(image, 0, "RIFF") || !hasTag(image, 8, "WAVE"))
+    if (const std::uint8_t* riff = bytesAt(0, 12); !hasTag(riff, "RIFF") || !hasTag(riff + 8, "WAVE"))
         throw AppError::invalidWav("Invalid WAV header.");
 
-    const std::uint8_t* fmtFields = nullptr;
+    std::optional<std::array<std::uint8_t, fmtFieldBytes>> fmtFields;
     std::optional<Layout> layout;
 
     // Signed 64-bit positions: a body size near 2^32 cannot wrap.
     std::int64_t position = 12;
     while (position + 8 <= fileLength) {
-        const std::int64_t bodySize = readU32LE(image.data() + position + 4);
+        const std::uint8_t* chunk = bytesAt(position, 8);
+        const std::int64_t bodySize = readU32LE(chunk + 4);
         const std::int64_t bodyStart = position + 8;
         const std::int64_t bodyEnd = bodyStart + bodySize;
         if (bodyEnd > fileLength)
             throw AppError::invalidWav("Corrupt chunk data.");
 
-        if (hasTag(image, position, "fmt ")) {
+        if (hasTag(chunk, "fmt ")) {
             if (bodySize < fmtFieldBytes)
                 throw AppError::invalidWav("Invalid fmt chunk.");
-            fmtFields = image.data() + bodyStart;
-        } else if (hasTag(image, position, "data")) {
+            const std::uint8_t* fields = bytesAt(bodyStart, fmtFieldBytes);
+            fmtFields.emplace();
+            std::copy_n(fields, fmtFieldBytes, fmtFields->begin());
+        } else if (hasTag(chunk, "data")) {
             layout = Layout{{}, static_cast<std::size_t>(bodyStart), static_cast<std::size_t>(bodySize)};
         }
         position = bodyEnd + (bodySize % 2);
     }
 
-    if (fmtFields == nullptr || !layout)
+    if (!fmtFields || !layout)
         throw AppError::invalidWav("Missing fmt or data chunks.");
 
     WavData& wav = layout->format;
-    wav.audioFormat = readU16LE(fmtFields);
-    wav.channels = readU16LE(fmtFields + 2);
-    wav.sampleRate = readU32LE(fmtFields + 4);
-    wav.byteRate = readU32LE(fmtFields + 8);
-    wav.blockAlign = readU16LE(fmtFields + 12);
-    wav.bitsPerSample = readU16LE(fmtFields + 14);
+    const std::uint8_t* fields = fmtFields->data();
+    wav.audioFormat = readU16LE(fields);
+    wav.channels = readU16LE(fields + 2);
+    wav.sampleRate = readU32LE(fields + 4);
+    wav.byteRate = readU32LE(fields + 8);
+    wav.blockAlign = readU16LE(fields + 12);
+    wav.bitsPerSample = readU16LE(fields + 14);
 
     if (wav.audioFormat != formatPcm && wav.audioFormat != formatFloat)
         throw AppError::invalidWav("Only PCM/float WAV files are supported.");
@@ -139,26 +149,93 @@ Layout locateChunks(std::span<const std::uint8_t> image) {
     return std::move(*layout);
 }
 
-} // namespace
+Layout locateChunks(std::span<const std::uint8_t> image) {
+    return locateChunks(static_cast<std::int64_t>(image.size()),
+                        [image](std::int64_t at, std::size_t) { return image.data() + at; });
+}
 
-Bytes readWholeFile(const std::string& path) {
-    // Look before opening: opening a FIFO waits for a writer that may never
-    // come, and opening a device can do things of its own. The look is
-    // repeated on what was opened, in case the path changed in between.
-    struct stat info {};
+// An open file descriptor, closed when it goes.
+struct OpenFile {
+    int descriptor;
+    explicit OpenFile(int fd) : descriptor(fd) {}
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    ~OpenFile() { ::close(descriptor); }
+};
+
+// Opens `path` for reading once it is known to be a regular file of a size a
+// WAV file can have; `info` then describes what was opened. Looks before
+// opening: opening a FIFO waits for a writer that may never come, and opening
+// a device can do things of its own. The look is repeated on what was
+// opened, in case the path changed in between.
+int openRegularFile(const std::string& path, struct stat& info) {
     if (::stat(path.c_str(), &info) != 0)
         throwFileError(path);
     requireReadableFile(info, path);
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (descriptor < 0)
         throwFileError(path);
-    struct Closer {
-        int descriptor;
-        ~Closer() { ::close(descriptor); }
-    } closer{descriptor};
-    if (::fstat(descriptor, &info) != 0)
+    if (::fstat(descriptor, &info) != 0) {
+        const int error = errno;
+        ::close(descriptor);
+        errno = error;
         throwFileError(path);
-    requireReadableFile(info, path);
+    }
+    try {
+        requireReadableFile(info, path);
+    } catch (...) {
+        ::close(descriptor);
+        throw;
+    }
+    return descriptor;
+}
+
+// Thrown when a file turns out shorter than it was when opened.
+struct FileShrank {};
+
+// Pieces of an open file, read a block at a time so that a run of small
+// chunks costs one read, not one per chunk.
+class BlockReader {
+public:
+    BlockReader(int descriptor, const std::string& path) : descriptor_(descriptor), path_(path) {}
+
+    const std::uint8_t* bytesAt(std::int64_t at, std::size_t count) {
+        if (at >= start_ && at + static_cast<std::int64_t>(count) <= start_ + static_cast<std::int64_t>(used_))
+            return block_.data() + (at - start_);
+        block_.resize(std::max(count, blockSize));
+        start_ = at;
+        used_ = 0;
+        while (used_ < block_.size()) {
+            const ::ssize_t got = ::pread(descriptor_, block_.data() + used_, block_.size() - used_,
+                                          static_cast<off_t>(at + static_cast<std::int64_t>(used_)));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0)
+                throwFileError(path_);
+            if (got == 0)
+                break;
+            used_ += static_cast<std::size_t>(got);
+        }
+        if (used_ < count)
+            throw FileShrank{};
+        return block_.data();
+    }
+
+private:
+    static constexpr std::size_t blockSize = 64 * 1024;
+    int descriptor_;
+    const std::string& path_;
+    Bytes block_;
+    std::int64_t start_ = 0;
+    std::size_t used_ = 0;
+};
+
+} // namespace
+
+Bytes readWholeFile(const std::string& path) {
+    struct stat info {};
+    const OpenFile file(openRegularFile(path, info));
+    const int descriptor = file.descriptor;
 
     // The size is only a hint, since the file may change while we read it,
     // so the buffer still grows if more arrives. One spare byte lets the read
@@ -183,6 +260,21 @@ Bytes readWholeFile(const std::string& path) {
     }
     bytes.resize(used);
     return bytes;
+}
+
+WavHeader readWavHeader(const std::string& path) {
+    Layout layout;
+    try {
+        struct stat info {};
+        const OpenFile file(openRegularFile(path, info));
+        BlockReader reader(file.descriptor, path);
+        layout = locateChunks(static_cast<std::int64_t>(info.st_size),
+                              [&reader](std::int64_t at, std::size_t count) { return reader.bytesAt(at, count); });
+    } catch (const FileShrank&) {
+        // Cut short while we read it: what a whole read finds now is the answer.
+        layout = locateChunks(readWholeFile(path));
+    }
+    return {std::move(layout.format), layout.payloadSize};
 }
 
 WavData loadWav(const std::string& path) {

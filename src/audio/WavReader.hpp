@@ -2,6 +2,7 @@
 
 #include "audio/WavData.hpp"
 
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -14,6 +15,20 @@ namespace marquetry::audio {
 /// AppError::invalidWav for a file that is not a usable WAV. Keeps no state;
 /// safe on any thread.
 WavData loadWav(const std::string& path);
+
+/// What a WAV file's chunk headers tell without its payload.
+struct WavHeader {
+    WavData format;                 ///< the format fields; pcmData stays empty
+    std::uint64_t payloadBytes = 0; ///< the data chunk's length, a whole number of frames
+    bool operator==(const WavHeader&) const = default;
+};
+
+/// The header of the WAV file at `path`, found by reading only the RIFF
+/// header, the chunk headers and the fmt fields, never the payload. Refuses
+/// exactly what loadWav refuses, with the same exception and message; only a
+/// file that changes between the two reads can get different answers.
+/// Keeps no state; safe on any thread.
+WavHeader readWavHeader(const std::string& path);
 
 /// Decodes a WAV file image held in memory: integer PCM (format 1) or IEEE
 /// float (format 3), fmt and data chunks anywhere, every other chunk skipped.

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <exception>
 #include <filesystem>
@@ -23,6 +24,21 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::int64_t envelopePoints = 1000;
+
+// A facts pass hands its findings back at most this often, and at the end of
+// each phase: every hand-back redraws the whole list, which for a folder of
+// thousands must not happen once per loop.
+constexpr std::chrono::milliseconds factsHandBackInterval{250};
+// A background decode holds the whole payload in memory: past this size the
+// tempo waits until the loop is selected.
+constexpr std::uint64_t maxBackgroundDecodeBytes = 64 << 20;
+
+// The header a decoded record had, without its payload.
+audio::WavHeader headerOf(const audio::WavData& wav) {
+    return {audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate, wav.blockAlign,
+                           wav.bitsPerSample, {}},
+            wav.pcmData.size()};
+}
 
 // The text after the last dot is "wav" in any letter case.
 bool hasWavExtension(const std::string& name) {
@@ -93,7 +109,11 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     refreshFiles();
 }
 
-AppModel::~AppModel() = default;
+AppModel::~AppModel() {
+    // A pass still reading has nobody left to tell.
+    if (factsPass_)
+        factsPass_->store(true);
+}
 
 void AppModel::subscribe(std::function<void(Field)> observer) {
     observers_.push_back(std::move(observer));
@@ -171,6 +191,115 @@ std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) c
     return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
 }
 
+SourceFacts AppModel::factsFor(const std::string& path) const {
+    const auto found = sourceFacts_.find(path);
+    return found == sourceFacts_.end() ? SourceFacts{} : found->second;
+}
+
+void AppModel::readSourceFactsInBackground() {
+    factsWanted_ = true;
+    startFactsPass();
+}
+
+void AppModel::dropFacts() {
+    if (factsPass_) {
+        factsPass_->store(true);
+        factsPass_.reset();
+    }
+    if (!sourceFacts_.empty()) {
+        sourceFacts_.clear();
+        notify(Field::sourceFacts);
+    }
+    if (!loopTempos_.empty()) {
+        loopTempos_.clear();
+        notify(Field::tempo);
+    }
+}
+
+void AppModel::startFactsPass() {
+    if (factsPass_)
+        factsPass_->store(true);
+    auto pass = factsPass_ = std::make_shared<std::atomic<bool>>(false);
+    if (wavFiles_.empty())
+        return;
+    auto work = [files = wavFiles_, pass, &tasks = platform_.tasks, model = this,
+                       alive = std::weak_ptr<char>(lifetime_)] {
+        std::vector<FoundFacts> batch;
+        auto lastHandBack = std::chrono::steady_clock::now();
+        const auto handBack = [&] {
+            if (batch.empty())
+                return;
+            lastHandBack = std::chrono::steady_clock::now();
+            tasks.runOnMain([model, alive, pass, found = std::move(batch)]() mutable {
+                // Dropped when the model is gone or a later scan replaced the list.
+                if (alive.lock() && model->factsPass_ == pass)
+                    model->takeFacts(std::move(found));
+            });
+            batch = {};
+        };
+        std::vector<std::string> decodable;
+        for (const std::string& path : files) {
+            if (pass->load())
+                return;
+            SourceFacts facts = readSourceFacts(path);
+            if (facts.header && facts.header->payloadBytes <= maxBackgroundDecodeBytes)
+                decodable.push_back(path);
+            batch.push_back({path, std::move(facts), std::nullopt});
+            if (std::chrono::steady_clock::now() - lastHandBack >= factsHandBackInterval)
+                handBack();
+        }
+        handBack();
+        for (const std::string& path : decodable) {
+            if (pass->load())
+                return;
+            FoundFacts found{path, {}, std::nullopt};
+            try {
+                const audio::WavData wav = audio::loadWav(path);
+                found.facts.header = headerOf(wav);
+                found.tempo = LoopTempo{chop::estimateTempo(wav), audio::frameCount(wav.pcmData.size(), wav.blockAlign),
+                                        wav.sampleRate};
+            } catch (const std::exception& error) {
+                // What the header did not show, a whole read did: marked now.
+                found.facts.refusal = describe(error);
+            }
+            batch.push_back(std::move(found));
+            if (std::chrono::steady_clock::now() - lastHandBack >= factsHandBackInterval)
+                handBack();
+        }
+        handBack();
+    };
+    // Without a worker the list simply shows no facts.
+    try {
+        platform_.tasks.runInBackground(std::move(work));
+    } catch (const std::exception&) {
+    }
+}
+
+void AppModel::takeFacts(std::vector<FoundFacts> found) {
+    bool tempoFound = false;
+    for (FoundFacts& each : found) {
+        if (each.tempo) {
+            loopTempos_[each.path] = *each.tempo;
+            tempoFound = true;
+        }
+        sourceFacts_[each.path] = std::move(each.facts);
+    }
+    notify(Field::sourceFacts);
+    if (tempoFound)
+        notify(Field::tempo);
+}
+
+void AppModel::recordLoadedFacts(const std::optional<audio::WavData>& loaded, std::optional<std::string> refusal) {
+    if (!factsWanted_ || !selectedFile_)
+        return;
+    SourceFacts facts{loaded ? std::optional(headerOf(*loaded)) : std::nullopt, std::move(refusal)};
+    SourceFacts& known = sourceFacts_[*selectedFile_];
+    if (known == facts)
+        return;
+    known = std::move(facts);
+    notify(Field::sourceFacts);
+}
+
 void AppModel::setTempoOverride(const std::string& path, std::optional<double> bpm) {
     if (bpm && !(*bpm >= chop::minTempoBpm && *bpm <= chop::maxTempoBpm)) {
         setStatus("Tempo must be from 20 to 999 BPM.");
@@ -237,6 +366,8 @@ void AppModel::showOutputInFinder() {
 
 void AppModel::refreshFiles() {
     setSourceDir(expanded(sourceDir_));
+    // What was read of the last scan may no longer be true of the disk.
+    dropFacts();
 
     std::vector<std::string> names;
     try {
@@ -279,6 +410,8 @@ void AppModel::refreshFiles() {
         if (std::find(wavFiles_.begin(), wavFiles_.end(), path) != wavFiles_.end())
             stillListed.insert(path);
     write(mashupSourcePaths_, std::move(stillListed), Field::mashupSourcePaths);
+    if (factsWanted_)
+        startFactsPass();
 }
 
 void AppModel::selectFile(const std::optional<std::string>& path) {
@@ -306,11 +439,13 @@ void AppModel::loadSelectedSourceWaveform() {
         loopTempos_[*selectedFile_] = {chop::estimateTempo(loaded),
                                        audio::frameCount(loaded.pcmData.size(), loaded.blockAlign), loaded.sampleRate};
         notify(Field::tempo);
+        recordLoadedFacts(sourceWavData_, std::nullopt);
         setStatus("Loaded source: " + fileName(*selectedFile_));
     } catch (const std::exception& error) {
         write(sourceWaveform_, {}, Field::sourceWaveform);
         write(sourceWavData_, {}, Field::sourceWavData);
         clearGeneratedLoops();
+        recordLoadedFacts(std::nullopt, describe(error));
         setStatus("Error loading source: " + describe(error));
     }
 }

@@ -6,9 +6,11 @@
 #include "model/GeneratedLoop.hpp"
 #include "model/Generation.hpp"
 #include "model/RunHistory.hpp"
+#include "model/SourceFacts.hpp"
 #include "model/Platform.hpp"
 #include "playback/PreviewSession.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -33,7 +35,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting,
+        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting, sourceFacts,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -106,6 +108,18 @@ public:
     /// length once it has been decoded, else 0), otherwise the estimate made
     /// when it was last decoded; none when neither is known. Main thread.
     std::optional<chop::TempoEstimate> tempoFor(const std::string& path) const;
+    /// What the list knows of the listed loop at `path` (see
+    /// readSourceFactsInBackground); empty until its header has been read.
+    /// Main thread.
+    SourceFacts factsFor(const std::string& path) const;
+    /// Starts reading the facts of every listed loop on a worker, and does
+    /// so again after every later scan: the headers of all first, told as
+    /// `sourceFacts`, then the tempo of each (a whole decode), told as
+    /// `tempo`. A scan drops the facts and tempo estimates of the one before
+    /// and ignores what its pass still hands back. Loading a selection records
+    /// its facts too, so a file only a whole read refuses is marked then.
+    /// The scan itself never waits for any of this. Main thread.
+    void readSourceFactsInBackground();
     /// The user's tempo corrections by path, in BPM, for this session.
     const std::map<std::string, double>& tempoOverrides() const { return tempoOverrides_; }
     /// Corrects (or with none, forgets the correction of) the tempo of the
@@ -292,6 +306,22 @@ private:
         std::uint32_t sampleRate = 0;
     };
     std::map<std::string, LoopTempo> loopTempos_;
+    // What a facts pass found of one loop: its header or refusal, or after
+    // a decode its tempo (or the refusal only a whole read finds).
+    struct FoundFacts {
+        std::string path;
+        SourceFacts facts;
+        std::optional<LoopTempo> tempo;
+    };
+    void dropFacts();
+    void startFactsPass();
+    void takeFacts(std::vector<FoundFacts> found);
+    void recordLoadedFacts(const std::optional<audio::WavData>& loaded, std::optional<std::string> refusal);
+    std::map<std::string, SourceFacts> sourceFacts_;
+    bool factsWanted_ = false;
+    // The running pass: its identity tells its hand-backs from a later
+    // pass's, and setting it asks its worker to stop.
+    std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
     bool keepExisting_ = false;
     RunHistory history_;

@@ -70,8 +70,10 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
-          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting})
+          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting,
+          Field::sourceFacts})
         redraw(field);
+    model_->readSourceFactsInBackground();
 }
 
 ContentView::~ContentView() {
@@ -366,6 +368,14 @@ QWidget* ContentView::buildPanels() {
     sourceListLayout_ = new QVBoxLayout(sourceListContent);
     sourceListLayout_->setContentsMargins(6, 4, 6, 4);
     sourceListLayout_->setSpacing(0);
+    emptyListHint_ = new QLabel(QStringLiteral("No loops here yet. Choose\u2026 a folder, or drop audio files here to "
+                                               "import them."),
+                                sourceListContent);
+    emptyListHint_->setObjectName(QStringLiteral("emptySourceHint"));
+    emptyListHint_->setWordWrap(true);
+    emptyListHint_->setContentsMargins(4, 8, 4, 8);
+    setTextColor(emptyListHint_, look::secondary(palette()));
+    sourceListLayout_->addWidget(emptyListHint_);
     sourceListLayout_->addStretch(1);
     sourceList->setWidget(sourceListContent);
     sourceColumn->addWidget(sourceList, 1);
@@ -601,7 +611,8 @@ void ContentView::redraw(Field field) {
     case Field::sourceDir: syncText(sourceField_, m.sourceDir()); break;
     case Field::outputDir: syncText(outputField_, m.outputDir()); break;
     case Field::wavFiles:
-    case Field::mashupSourcePaths: redrawSourceRows(); break;
+    case Field::mashupSourcePaths:
+    case Field::sourceFacts: redrawSourceRows(); break;
     case Field::tempo:
         redrawSourceRows();
         redrawSourceTempo();
@@ -707,16 +718,20 @@ void ContentView::redraw(Field field) {
 void ContentView::redrawSourceRows() {
     const model::AppModel& m = *model_;
     const auto valuesFor = [&m](const std::string& path) {
+        const model::SourceFacts facts = m.factsFor(path);
         return SourceFileRow::Values{
             .file = path,
             .isSelected = m.selectedFile() && *m.selectedFile() == path,
             .inMashup = m.mashupSourcePaths().contains(path),
             .mashupMode = m.mashupMode(),
             .tempo = m.tempoFor(path) ? chop::tempoText(*m.tempoFor(path)) : std::string(),
+            .facts = model::factsText(facts),
+            .refusal = facts.refusal.value_or(std::string()),
         };
     };
 
     const std::vector<std::string>& files = m.wavFiles();
+    emptyListHint_->setVisible(files.empty());
     const bool sameFiles = std::equal(files.begin(), files.end(), sourceRows_.begin(), sourceRows_.end(),
                                       [](const std::string& path, const SourceFileRow* row) {
                                           return row->values().file == path;

@@ -126,6 +126,7 @@ private:
     QLabel* modeHint_ = nullptr;
     QScrollArea* sourceList_ = nullptr;
     QVBoxLayout* sourceListLayout_ = nullptr;
+    QLabel* emptyListHint_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
     QLabel* sourceTempo_ = nullptr;

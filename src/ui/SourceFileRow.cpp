@@ -6,13 +6,17 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QVBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 
 namespace marquetry::ui {
 namespace {
 
 constexpr int markSpacing = 8;
+// A refused file's note: a warning, not an error the user caused.
+const QColor refusalColor(196, 64, 48);
 
 /// A borderless button that shows a radio-style mark and a file name,
 /// elided when the list is narrower than the name.
@@ -41,6 +45,9 @@ public:
         return {markSize() + markSpacing + fontMetrics().horizontalAdvance(QStringLiteral("M…")) + 2 * padding,
                 rowHeight()};
     }
+
+    /// Where the file name starts, from the button's left edge.
+    int textLeft() const { return padding + markSize() + markSpacing; }
 
 protected:
     void paintEvent(QPaintEvent*) override {
@@ -86,19 +93,60 @@ private:
     bool selected_ = false;
 };
 
+/// The small print under a file name, elided to the row's width. It is
+/// there while still empty, so rows do not jump when their facts arrive; a
+/// click on it selects, as one on the name does.
+class CaptionLine final : public QWidget {
+public:
+    CaptionLine(QAbstractButton* select, QWidget* parent) : QWidget(parent), select_(select) {
+        setFont(look::captionFont(font()));
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+        setCursor(Qt::PointingHandCursor);
+    }
+
+    void setCaption(const QString& caption, bool refused) {
+        caption_ = caption;
+        refused_ = refused;
+        update();
+    }
+
+    QSize sizeHint() const override { return {0, fontMetrics().height() + contentsMargins().top()}; }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        const QRect area = contentsRect();
+        painter.setPen(refused_ ? refusalColor : look::secondary(palette()));
+        painter.drawText(area, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                         fontMetrics().elidedText(caption_, Qt::ElideRight, area.width()));
+    }
+    void mouseReleaseEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+            select_->click();
+    }
+
+private:
+    QAbstractButton* select_;
+    QString caption_;
+    bool refused_ = false;
+};
+
 } // namespace
 
 SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std::function<void(bool)> onMashupToggle,
                              QWidget* parent)
     : QWidget(parent), onSelect_(std::move(onSelect)), onMashupToggle_(std::move(onMashupToggle)) {
-    auto* layout = new QHBoxLayout(this);
+    // The file's line, then its facts under the name.
+    auto* lines = new QVBoxLayout(this);
+    lines->setSpacing(0);
+    lines->setContentsMargins(0, 2, 0, 2);
+    auto* layout = new QHBoxLayout;
     layout->setSpacing(8);
-    layout->setContentsMargins(0, 2, 0, 2);
+    lines->addLayout(layout);
 
     auto* button = new FileNameButton(this);
     button->setObjectName(QStringLiteral("sourceFileSelect"));
     button->setText(QString::fromStdString(model::fileName(values.file)));
-    button->setToolTip(QString::fromStdString(values.file));
     selectButton_ = button;
     layout->addWidget(button, 0, Qt::AlignVCenter);
     tempoLabel_ = new QLabel(this);
@@ -113,6 +161,12 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     layout->addWidget(poolCheckBox_, 0, Qt::AlignVCenter);
 
     // clicked(), unlike toggled(), comes from the user only.
+    auto* caption = new CaptionLine(button, this);
+    caption->setObjectName(QStringLiteral("sourceFileFacts"));
+    caption->setContentsMargins(button->textLeft(), 0, 0, 0);
+    captionLine_ = caption;
+    lines->addWidget(caption);
+
     connect(button, &QAbstractButton::clicked, this, [this] { onSelect_(); });
     connect(poolCheckBox_, &QCheckBox::clicked, this, [this](bool checked) { onMashupToggle_(checked); });
 
@@ -120,6 +174,7 @@ SourceFileRow::SourceFileRow(Values values, std::function<void()> onSelect, std:
     // Force the first draw of every part.
     values_.isSelected = !values.isSelected;
     values_.mashupMode = !values.mashupMode;
+    values_.refusal = values.refusal.empty() ? std::string(1, ' ') : std::string();
     setValues(values);
 }
 
@@ -131,6 +186,17 @@ void SourceFileRow::setValues(const Values& values) {
     if (values.inMashup != poolCheckBox_->isChecked()) {
         const QSignalBlocker blocker(poolCheckBox_);
         poolCheckBox_->setChecked(values.inMashup);
+    }
+    if (values.facts != values_.facts || values.refusal != values_.refusal) {
+        const bool refused = !values.refusal.empty();
+        const QString refusal = QString::fromStdString(values.refusal);
+        const QString caption = refused ? QStringLiteral("\u26a0 ") + refusal : QString::fromStdString(values.facts);
+        static_cast<CaptionLine*>(captionLine_)->setCaption(caption, refused);
+        selectButton_->setAccessibleDescription(caption);
+        // The reader's own words where the pointer rests, on either line.
+        const QString tip = refused ? refusal : QString::fromStdString(values.file);
+        selectButton_->setToolTip(tip);
+        captionLine_->setToolTip(tip);
     }
     if (values.tempo != values_.tempo || tempoLabel_->text().isEmpty() != values.tempo.empty())
         tempoLabel_->setText(QString::fromStdString(values.tempo));

@@ -12,8 +12,9 @@ class QLabel;
 namespace marquetry::ui {
 
 /// One file of the source list: a borderless button with a radio-style mark
-/// and the file name, which selects the file, and, in Mashup Mode only, a
-/// checkbox for the mashup pool. Holds no state beyond what it was last
+/// and the file name, which selects the file, with the loop's length and
+/// format (or why the reader refuses it) in small print under the name, and,
+/// in Mashup Mode only, a checkbox for the mashup pool. Holds no state beyond what it was last
 /// given; every action goes out through a callback. Main thread only.
 class SourceFileRow final : public QWidget {
     Q_OBJECT
@@ -24,6 +25,8 @@ public:
         bool inMashup = false;
         bool mashupMode = false;
         std::string tempo; ///< "126.0 BPM · 1 bar", empty while unknown
+        std::string facts; ///< "4.2 s · 16-bit stereo 44100 Hz", empty while unknown
+        std::string refusal; ///< the reader's message for a file it refuses, else empty
         bool operator==(const Values&) const = default;
     };
 
@@ -48,6 +51,7 @@ private:
     QAbstractButton* selectButton_ = nullptr;
     QCheckBox* poolCheckBox_ = nullptr;
     QLabel* tempoLabel_ = nullptr;
+    QWidget* captionLine_ = nullptr;
 };
 
 } // namespace marquetry::ui

@@ -55,8 +55,13 @@ TEST(WavReader, RejectsWithTheFirstFailingChecksMessage) {
         {"zero block align", concat(riff(), fmt(1, 2, 0, 16), chunk("data", {})), badAlign},
         {"10 bytes of stereo 16-bit", concat(riff(), stereo16, chunk("data", bytes(10))), badAlign},
     };
-    for (const auto& [name, image, message] : rejections)
+    // A header read of the same bytes on disk refuses them alike.
+    const TemporaryFolder folder;
+    for (const auto& [name, image, message] : rejections) {
         EXPECT_THAT([&] { parseWav(image); }, ThrowsMessage<AppError>(messages[message])) << name;
+        const std::string path = writeFile(folder.path + "/a.wav", image);
+        EXPECT_THAT([&] { readWavHeader(path); }, ThrowsMessage<AppError>(messages[message])) << name;
+    }
 }
 
 TEST(WavReader, AcceptsAndKeepsFieldsAndPayloadAsStored) {
@@ -87,7 +92,11 @@ TEST(WavReader, AcceptsAndKeepsFieldsAndPayloadAsStored) {
     const TemporaryFolder folder;
     for (const auto& [name, image, expected] : acceptances) {
         EXPECT_EQ(parseWav(image), expected) << name;
-        EXPECT_EQ(loadWav(writeFile(folder.path + "/a.wav", image)), expected) << name;
+        const std::string path = writeFile(folder.path + "/a.wav", image);
+        EXPECT_EQ(loadWav(path), expected) << name;
+        WavData format = expected;
+        format.pcmData.clear();
+        EXPECT_EQ(readWavHeader(path), (WavHeader{format, expected.pcmData.size()})) << name;
     }
 }
 
@@ -127,19 +136,32 @@ TEST_F(WavReaderFiles, RefusesWhatIsNotARegularFileOrTooLargeWithoutReadingIt) {
         {sparse, "is larger than a WAV file can be (4 GiB)"},
         {folder + "/loop-a.wav", "Too many levels of symbolic links"},
     };
-    for (const auto& [path, description] : refusals) {
-        const std::string outcome = inChildProcess(
-            [&] {
-                try {
-                    loadWav(path);
-                } catch (const std::system_error& error) {
-                    return std::string(error.what());
-                }
-                return std::string("read");
-            },
-            {{RLIMIT_AS, addressSpaceInUse() + (256 << 20)}}, 5);
-        EXPECT_EQ(outcome, path + ": " + description);
+    for (const auto read : {+[](const std::string& path) { loadWav(path); },
+                            +[](const std::string& path) { readWavHeader(path); }}) {
+        for (const auto& [path, description] : refusals) {
+            const std::string outcome = inChildProcess(
+                [&] {
+                    try {
+                        read(path);
+                    } catch (const std::system_error& error) {
+                        return std::string(error.what());
+                    }
+                    return std::string("read");
+                },
+                {{RLIMIT_AS, addressSpaceInUse() + (256 << 20)}}, 5);
+            EXPECT_EQ(outcome, path + ": " + description);
+        }
     }
+}
+
+// The header of a loop of nearly 4 GiB is read within a few megabytes.
+TEST_F(WavReaderFiles, ReadsAHeaderWithoutThePayload) {
+    constexpr std::uint64_t payloadBytes = 4'000'000'000;
+    const std::string path = sparseWav("large.wav", payloadBytes);
+    const std::string outcome = inChildProcess(
+        [&] { return std::to_string(readWavHeader(path).payloadBytes); },
+        {{RLIMIT_AS, addressSpaceInUse() + (16 << 20)}}, 5);
+    EXPECT_EQ(outcome, std::to_string(payloadBytes));
 }
 
 // A quarter of a gigabyte of payload decodes within 1.5 times its size: the record

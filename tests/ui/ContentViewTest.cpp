@@ -425,6 +425,29 @@ private slots:
         QVERIFY(sourceRow("loop_amen.wav")->values().isSelected);
     }
 
+    void sourceRowsTellLengthFormatOrRefusalAndAnEmptyFolderHowToAddLoops() {
+        model::AppModel& m = start();
+        QFile broken(QString::fromStdString(platform_->sourceFolder() + "/c.wav"));
+        QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write(QByteArray(64, 'x')) == 64);
+        broken.close();
+        m.refreshFiles();
+        auto* select = sourceRow("b.wav")->selectButton();
+        QCOMPARE(select->accessibleDescription(), QString()); // not read yet
+        QCOMPARE(select->toolTip(), QString::fromStdString(platform_->sourceFolder() + "/b.wav"));
+        platform_->tasks.drain();
+        QCOMPARE(select->accessibleDescription(), QString::fromUtf8("1.8 s \u00b7 16-bit stereo 44100 Hz"));
+        QCOMPARE(sourceRow("b.wav")->findChild<QLabel*>("sourceFileTempo")->text(),
+                 QString::fromUtf8("136.9 BPM \u00b7 1 bar"));
+        QCOMPARE(sourceRow("c.wav")->selectButton()->toolTip(), QStringLiteral("Invalid WAV header."));
+        QVERIFY(find("emptySourceHint")->isHidden());
+
+        for (const char* name : {"a.wav", "b.wav", "c.wav"})
+            QVERIFY(QFile::remove(QString::fromStdString(platform_->sourceFolder() + "/" + name)));
+        click(find("refreshButton"));
+        QVERIFY(find("emptySourceHint")->isVisible());
+        QVERIFY(find<QLabel>("emptySourceHint")->text().startsWith(QStringLiteral("No loops here yet.")));
+    }
+
 private:
     /// A window over a fresh temporary home whose source folder holds
     /// `files`, each a copy of one real drum break.

@@ -103,6 +103,17 @@ int main(int argc, char** argv) {
     const std::vector<Shot> shots{
         {"1-empty.png", roomy, {}, nullptr},
         {"2-loaded.png", roomy, loops, nullptr},
+        // Every loop's length, format and tempo read in the background; a
+        // file the reader refuses is marked.
+        {"2-source-facts.png", roomy, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             QFile broken(QString::fromStdString(platform.sourceFolder() + "/broken.wav"));
+             if (broken.open(QIODevice::WriteOnly))
+                 broken.write(QByteArray(64, 'x'));
+             broken.close();
+             view.model().refreshFiles();
+             platform.tasks.drain();
+         }},
         {"3-generated.png", roomy, loops, generate},
         {"3-generated-smallest.png", {}, loops, generate},
         // The seed of the run copied back into the Seed field, ready to export with a manifest.
