@@ -576,9 +576,9 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     if (tempoMissing) {
         done += tempo ? "; the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
                       : "; the loop's tempo is unknown";
-        done += kitFolder ? ", so no tags and no slice kit were written." : ", so no tags were written.";
-        if (kitFolder && !exportTags_)
-            done.replace(done.find(", so no tags and"), std::string(", so no tags and").size(), ", so");
+        done += !kitFolder ? ", so no tags were written."
+                : exportTags_ ? ", so no tags and no slice kit were written."
+                              : ", so no slice kit was written.";
     }
     setStatus(done);
     outcome.exported = true;
