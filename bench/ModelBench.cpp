@@ -24,6 +24,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include <unistd.h>
 
@@ -117,10 +118,12 @@ void planning(benchmark::State& state, const audio::WavData& loop) {
     }
 }
 
-void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder) {
+void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder,
+                    const std::optional<std::string>& kitFolder = std::nullopt) {
     app.setOutputDir(folder);
+    app.setExportTags(kitFolder.has_value());
     for (auto _ : state) {
-        app.exportSelected();
+        app.exportSelected(std::nullopt, kitFolder);
         if (!app.status().starts_with("Exported ")) {
             state.SkipWithError(app.status().c_str());
             break;
@@ -241,12 +244,12 @@ struct ExportSetup {
     std::string exportFolder = (scratch.path / "export").string();
     std::string plainFolder = (scratch.path / "plain").string();
 
-    ExportSetup() {
+    explicit ExportSetup(std::int64_t sliceCount = slices) {
         platform.settings.values[model::AppModel::sourceDirKey] = fs::path(loopPath).parent_path().string();
         platform.settings.values[model::AppModel::outputDirKey] = scratch.path.string();
         app = std::make_unique<model::AppModel>(platform.forModel());
         app->selectFile(loopPath);
-        app->setSlices(slices);
+        app->setSlices(sliceCount);
         app->setVersions(variations);
         app->setSeedText("1");
         app->generate();
@@ -255,6 +258,12 @@ struct ExportSetup {
     }
     static ExportSetup& shared() {
         static ExportSetup setup;
+        return setup;
+    }
+    // A kit maps one slice to a note, so its run has as many slices as a
+    // keyboard has room for: the window's default of 16.
+    static ExportSetup& forKit() {
+        static ExportSetup setup(16);
         return setup;
     }
 };
@@ -320,6 +329,16 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("BM_PlainWrites/100files", [](benchmark::State& s) {
             auto& setup = ExportSetup::shared();
             plainWrites(s, *setup.app, setup.plainFolder);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+
+        // Tags and a slice kit against the plain export of the same run.
+        benchmark::RegisterBenchmark("BM_ExportSelected/100files/16slices", [](benchmark::State& s) {
+            auto& setup = ExportSetup::forKit();
+            exportSelected(s, *setup.app, setup.exportFolder);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark("BM_ExportSelected/100files/16slices/tagsAndKit", [](benchmark::State& s) {
+            auto& setup = ExportSetup::forKit();
+            exportSelected(s, *setup.app, setup.exportFolder, (setup.scratch.path / "kit").string());
         })->Unit(benchmark::kMillisecond)->UseRealTime();
 
         benchmark::RegisterBenchmark("BM_Scan/10000files", [](benchmark::State& s) {

@@ -26,14 +26,19 @@ void appendU32LE(Bytes& buffer, std::uint32_t value) {
 }
 
 Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData) {
-    if (pcmData.size() > maxWavPayloadBytes)
+    return buildWavFileData(wav, pcmData, {});
+}
+
+Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData,
+                       std::span<const std::uint8_t> chunks) {
+    if (pcmData.size() > maxWavPayloadBytes || chunks.size() > maxWavPayloadBytes - pcmData.size())
         throw AppError::invalidWav(payloadTooLongMessage);
     const auto payloadSize = static_cast<std::uint32_t>(pcmData.size());
 
     Bytes image;
-    image.reserve(headerBytes + pcmData.size());
+    image.reserve(headerBytes + chunks.size() + pcmData.size());
     appendTag(image, "RIFF");
-    appendU32LE(image, payloadSize + 36);
+    appendU32LE(image, static_cast<std::uint32_t>(payloadSize + chunks.size() + 36));
     appendTag(image, "WAVE");
     appendTag(image, "fmt ");
     appendU32LE(image, 16);
@@ -43,6 +48,7 @@ Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData
     appendU32LE(image, wav.byteRate);
     appendU16LE(image, wav.blockAlign);
     appendU16LE(image, wav.bitsPerSample);
+    image.insert(image.end(), chunks.begin(), chunks.end());
     appendTag(image, "data");
     appendU32LE(image, payloadSize);
     image.insert(image.end(), pcmData.begin(), pcmData.end());

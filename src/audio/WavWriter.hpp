@@ -25,4 +25,11 @@ inline constexpr const char* payloadTooLongMessage = "Audio data too long for a 
 /// Pure; safe on any thread.
 Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData);
 
+/// The same image with `chunks` (whole RIFF chunks, each of even length)
+/// between the fmt and data chunks; with no chunks, exactly the image above.
+/// Throws AppError::invalidWav when the whole no longer fits the 32-bit RIFF
+/// size. Pure; safe on any thread.
+Bytes buildWavFileData(const WavData& wav, std::span<const std::uint8_t> pcmData,
+                       std::span<const std::uint8_t> chunks);
+
 } // namespace marquetry::audio

@@ -88,11 +88,12 @@ struct TypedGenerate {
     std::string source;
     std::vector<std::string> mashup;
     std::vector<std::string> tempos;
-    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade, fit;
+    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade, fit, kit;
     bool matchFormats = false;
     bool matchTempo = false;
     std::string output;
     bool keepExisting = false;
+    bool tags = false;
 };
 
 CLI::Option* valueOption(CLI::App& command, const std::string& name, std::optional<std::string>& value) {
@@ -142,6 +143,10 @@ std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& 
     options.outputDir = typed.output;
     options.manifestPath = typed.manifest;
     options.keepExisting = typed.keepExisting;
+    options.tags = typed.tags;
+    if (typed.kit && typed.kit->empty())
+        return std::string("--kit needs a folder");
+    options.kitDir = typed.kit;
 
     const auto source = normalFilePath(typed.source);
     if (!source)
@@ -215,13 +220,15 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
     for (const auto& [name, value] : {std::pair("--slices", &typed.slices), {"--variations", &typed.variations},
                                       {"--model", &typed.model}, {"--seed", &typed.seed}, {"--glitch", &typed.glitch},
                                       {"--pick", &typed.pick}, {"--manifest", &typed.manifest},
-                                      {"--join-fade", &typed.joinFade}, {"--fit", &typed.fit}})
+                                      {"--join-fade", &typed.joinFade}, {"--fit", &typed.fit},
+                                      {"--kit", &typed.kit}})
         valueOption(*generate, name, *value);
     generate->add_flag("--match-formats", typed.matchFormats);
     generate->add_flag("--match-tempo", typed.matchTempo);
     generate->add_option("--tempo", typed.tempos)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     generate->add_option("--output", typed.output)->required();
     generate->add_flag("--keep-existing", typed.keepExisting);
+    generate->add_flag("--tags", typed.tags);
 
     ReplayOptions replay;
     CLI::App* replayCommand = commands.emplace_back(command(*app.add_subcommand("replay")));
@@ -296,6 +303,7 @@ std::string usageText() {
            "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
            "                         [--manifest FILE] [--join-fade MS] [--fit MODE] [--keep-existing]\n"
            "                         [--match-formats] [--match-tempo] [--tempo FILE=BPM]...\n"
+           "                         [--tags] [--kit DIR]\n"
            "  marquetry-cli replay MANIFEST --output DIR\n"
            "  marquetry-cli import FILE... --to DIR\n"
            "  marquetry-cli info FILE... [--json]\n"
@@ -331,6 +339,12 @@ std::string usageText() {
            "                   used, the sources' and files' SHA-256, every slice placed\n"
            "  --keep-existing  never replace a file: write NAME-2.wav, NAME-3.wav, ...\n"
            "                   beside it instead (default: replace it)\n"
+           "  --tags           write the loop's tempo, beats, a loop over the whole file\n"
+           "                   and a marker at every slice into each file (needs a known\n"
+           "                   tempo, 20 to 999 BPM; see info and --tempo)\n"
+           "  --kit DIR        also write a slice kit into DIR: one WAV per slice used,\n"
+           "                   an SFZ instrument (slice 1 on note 36 upward) and a MIDI\n"
+           "                   file per break that plays it from the kit\n"
            "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
            "                   byte for byte; refused when a source has changed\n"
            "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"

@@ -50,6 +50,10 @@ struct GenerateOptions {
     std::optional<std::string> manifestPath;
     /// Never replace a file: write NAME-2.wav, NAME-3.wav, ... instead.
     bool keepExisting = false;
+    /// Write tempo, loop and slice markers into each file.
+    bool tags = false;
+    /// Where to write the slice kit (slices, SFZ, MIDI), if anywhere.
+    std::optional<std::string> kitDir;
 };
 
 /// A `replay` request: the manifest to run again and where to write.

@@ -175,7 +175,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
     keepOnlyPicked(app, options.picks);
     app.setOutputDir(options.outputDir);
     app.setKeepExisting(options.keepExisting);
-    const bool exported = app.exportSelected(options.manifestPath).exported;
+    app.setExportTags(options.tags);
+    const bool exported = app.exportSelected(options.manifestPath, options.kitDir).exported;
     const int status = exported ? exitSuccess : reportFailure(err, app.status());
     err << seedLine(*app.lastRun()) << '\n';
     if (const auto mismatch = model::formatMismatchWarning(*app.lastRun()))

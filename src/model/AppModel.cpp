@@ -4,6 +4,7 @@
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
 #include "chop/JoinFades.hpp"
+#include "model/DawExport.hpp"
 #include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Import.hpp"
@@ -101,6 +102,7 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     matchFormats_ = platform_.settings.string(matchFormatsKey) == "true";
     matchTempo_ = platform_.settings.string(matchTempoKey) == "true";
     keepExisting_ = platform_.settings.string(keepExistingKey) == "true";
+    exportTags_ = platform_.settings.string(exportTagsKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -310,6 +312,11 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
     else
         tempoOverrides_.erase(path);
     notify(Field::tempo);
+}
+
+void AppModel::setExportTags(bool value) {
+    write(exportTags_, value, Field::exportTags);
+    platform_.settings.setString(exportTagsKey, value ? "true" : "false");
 }
 
 void AppModel::setKeepExisting(bool value) {
@@ -594,7 +601,43 @@ void AppModel::handBackError(std::string message) {
 
 // Export --------------------------------------------------------------------
 
-AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string>& manifestPath) {
+std::optional<chop::TempoEstimate> AppModel::exportTempo() const {
+    if (lastRun_ && !lastRun_->sources.empty())
+        return tempoFor(lastRun_->sources.front().path);
+    return selectedFile_ ? tempoFor(*selectedFile_) : std::nullopt;
+}
+
+audio::Bytes AppModel::exportedBytes(const GeneratedLoop& loop) const {
+    const auto tempo = exportTempo();
+    if (!exportTags_ || !usableTempo(tempo))
+        return audio::buildWavFileData(*sourceWavData_, loop.pcmData);
+    const audio::FrameCount frames = audio::frameCount(loop.pcmData.size(), sourceWavData_->blockAlign);
+    return audio::buildWavFileData(
+        *sourceWavData_, loop.pcmData,
+        audio::loopTagChunks(loopTagsFor(loop, *sourceWavData_, tempo->bpm), *sourceWavData_, frames));
+}
+
+std::optional<std::string> AppModel::writeDragFile(const playback::Uuid& id, const std::string& folder) {
+    const GeneratedLoop* loop = findGeneratedLoop(id);
+    if (loop == nullptr)
+        return std::nullopt;
+    if (!sourceWavData_) {
+        setStatus("Load a source loop first.");
+        return std::nullopt;
+    }
+    try {
+        createFolder(folder);
+        const std::string path = joinPath(folder, loop->name);
+        writeFileAtomically(path, exportedBytes(*loop));
+        return path;
+    } catch (const std::exception& error) {
+        setStatus("Drag failed: " + describe(error));
+        return std::nullopt;
+    }
+}
+
+AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string>& manifestPath,
+                                                 const std::optional<std::string>& kitFolder) {
     ExportOutcome outcome;
     if (!sourceWavData_) {
         setStatus("Load a source loop first.");
@@ -610,6 +653,8 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     }
     setOutputDir(expanded(outputDir_));
     const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
+    const auto tempo = exportTempo();
+    const bool tempoMissing = (exportTags_ || kitFolder) && !usableTempo(tempo);
     // Replace, or Keep both: the new file under the next free name.
     const auto writeFile = [this](const std::string& folder, const std::string& name,
                               std::span<const std::uint8_t> bytes) {
@@ -624,10 +669,24 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
                                   hasExtension ? name.substr(dot) : std::string(), bytes);
     };
     try {
+        // The kit is made whole before anything is written, so one that
+        // cannot be made costs no file.
+        std::vector<KitFile> kit;
+        if (kitFolder && !tempoMissing) {
+            std::vector<const GeneratedLoop*> loops;
+            for (const ExportedVariation& variation : selected)
+                loops.push_back(variation.loop);
+            const std::string reference = lastRun_ ? lastRun_->request.selectedPath : selectedFile_.value_or("");
+            const chop::ChopModel model = lastRun_ ? lastRun_->request.chopModel : chopModel_;
+            kit = buildSliceKit(loops, *sourceWavData_, variationStem(fileName(reference), model), tempo->bpm);
+        }
+        const std::string kitPath = kitFolder ? expanded(*kitFolder) : std::string();
+        if (!kit.empty())
+            createFolder(kitPath);
         createFolder(outputDir_);
         removeStaleTemporaries(outputDir_);
         for (ExportedVariation& variation : selected) {
-            const audio::Bytes bytes = audio::buildWavFileData(*sourceWavData_, variation.loop->pcmData);
+            const audio::Bytes bytes = exportedBytes(*variation.loop);
             outcome.files.push_back(writeFile(outputDir_, variation.loop->name, bytes));
             if (withManifest)
                 variation.sha256 = sha256Hex(bytes);
@@ -639,11 +698,24 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
             outcome.manifest = writeFile(pathText(where.parent_path()), pathText(where.filename()),
                                          std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
         }
+        if (!kit.empty()) {
+            removeStaleTemporaries(kitPath);
+            for (const KitFile& file : kit)
+                outcome.kitFiles.push_back(writeFile(kitPath, file.name, file.bytes));
+        }
     } catch (const std::exception& error) {
         setStatus("Export failed: " + describe(error));
         return outcome;
     }
-    setStatus("Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_);
+    std::string done = "Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_;
+    if (tempoMissing) {
+        done += tempo ? "; the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
+                      : "; the loop's tempo is unknown";
+        done += !kitFolder ? ", so no tags were written."
+                : exportTags_ ? ", so no tags and no slice kit were written."
+                              : ", so no slice kit was written.";
+    }
+    setStatus(done);
     outcome.exported = true;
     return outcome;
 }

@@ -35,7 +35,7 @@ public:
         sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting, sourceFacts,
+        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting, sourceFacts, exportTags,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -43,6 +43,7 @@ public:
         bool exported = false;                ///< every ticked variation (and the manifest, if asked) written
         std::vector<std::string> files;       ///< the audio files written, in order, also before a failure
         std::optional<std::string> manifest;  ///< the manifest written, if any
+        std::vector<std::string> kitFiles;    ///< the slice kit's files written, if one was asked for
     };
 
     static constexpr const char* sourceDirKey = "marquetry.defaultSourceDir";
@@ -55,6 +56,7 @@ public:
     static constexpr const char* matchFormatsKey = "marquetry.option.matchFormats";
     static constexpr const char* matchTempoKey = "marquetry.option.matchTempo";
     static constexpr const char* keepExistingKey = "marquetry.option.keepExisting";
+    static constexpr const char* exportTagsKey = "marquetry.option.exportTags";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -129,6 +131,9 @@ public:
     /// Export option: a file of the same name already in the output folder
     /// stays, and the new one is written as NAME-2.wav, NAME-3.wav, ...
     bool keepExisting() const { return keepExisting_; }
+    /// Export option: write tempo, loop and slice markers into each file
+    /// (see audio::loopTagChunks), when the reference loop's tempo is known.
+    bool exportTags() const { return exportTags_; }
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
@@ -154,6 +159,8 @@ public:
     void setMatchTempo(bool value);
     /// Also stores the choice in the settings, for the next launch.
     void setKeepExisting(bool value);
+    /// Also stores the choice in the settings, for the next launch.
+    void setExportTags(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -213,7 +220,24 @@ public:
     /// exportManifest option is on, the run's manifest (to `manifestPath`, or
     /// beside the files). Reports "Exported N loop(s) to DIR" or the refusal
     /// or "Export failed: ..." in status, and returns the same as a value.
-    ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt);
+    /// With `kitFolder`, also writes the slice kit of the ticked variations
+    /// there (see buildSliceKit), created with its parents; a kit that
+    /// cannot be made is refused before any file is written. With the
+    /// exportTags option on or a kit asked for but no usable tempo, the
+    /// files are written without tags (and no kit is written) and the
+    /// status says so after the usual text.
+    ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt,
+                                 const std::optional<std::string>& kitFolder = std::nullopt);
+    /// Main thread. The bytes Export Selected writes for `loop` with the
+    /// export options in force. Throws what the WAV writer throws; needs a
+    /// loaded source.
+    audio::Bytes exportedBytes(const GeneratedLoop& loop) const;
+    /// Main thread. For a drag out of the window: writes what Export
+    /// Selected would write for the variation `id` into `folder` (created
+    /// when missing) under the variation's name, atomically, and returns the
+    /// path. Otherwise reports why in status ("Load a source loop first." or
+    /// "Drag failed: ...") and returns none. Touches no other field.
+    std::optional<std::string> writeDragFile(const playback::Uuid& id, const std::string& folder);
     /// Main thread. Sets the export tick of the variation with `id` (one
     /// generatedLoops notification); an unknown id changes nothing.
     void toggleSelection(const playback::Uuid& id, bool isSelected);
@@ -269,6 +293,8 @@ private:
     void handBackError(std::string message);
     void startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm, std::string playingMessage);
     std::string expanded(const std::string& path) const;
+    // The tempo tags and kits are written at: the run's reference loop's.
+    std::optional<chop::TempoEstimate> exportTempo() const;
 
     Platform platform_;
     std::vector<std::function<void(Field)>> observers_;
@@ -324,6 +350,7 @@ private:
     std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
     bool keepExisting_ = false;
+    bool exportTags_ = false;
     RunHistory history_;
     playback::PreviewSession preview_;
 

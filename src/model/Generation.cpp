@@ -163,7 +163,7 @@ std::optional<std::string> formatMismatchWarning(const RunRecord& run) {
     return std::nullopt;
 }
 
-std::string variationName(const std::string& selectedFileName, chop::ChopModel model, std::int64_t number) {
+std::string variationStem(const std::string& selectedFileName, chop::ChopModel model) {
     const std::size_t dot = selectedFileName.rfind('.');
     const std::string stem = dot == std::string::npos ? selectedFileName : selectedFileName.substr(0, dot);
     std::string name;
@@ -178,6 +178,11 @@ std::string variationName(const std::string& selectedFileName, chop::ChopModel m
         if ((lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9'))
             name += lower;
     }
+    return name;
+}
+
+std::string variationName(const std::string& selectedFileName, chop::ChopModel model, std::int64_t number) {
+    const std::string name = variationStem(selectedFileName, model);
     char digits[24];
     std::snprintf(digits, sizeof digits, "%02lld", static_cast<long long>(number));
     return name + digits + ".wav";

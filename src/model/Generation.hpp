@@ -83,4 +83,7 @@ std::optional<std::string> formatMismatchWarning(const RunRecord& run);
 /// "_mqtry_", the model's tag and the number in at least two digits.
 std::string variationName(const std::string& selectedFileName, chop::ChopModel model, std::int64_t number);
 
+/// The part of every variation's name before its number: "AmenBreak170_mqtry_pivot".
+std::string variationStem(const std::string& selectedFileName, chop::ChopModel model);
+
 } // namespace marquetry::model

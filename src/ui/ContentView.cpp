@@ -14,6 +14,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDrag>
 #include <QFrame>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -21,15 +22,19 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSlider>
 #include <QSpinBox>
+#include <QStandardPaths>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <span>
 
 namespace marquetry::ui {
@@ -42,13 +47,46 @@ constexpr int pathFieldWidth = 620;
 // attack of a hit, long enough to take the click out of a join.
 constexpr int defaultJoinFadeMs = 5;
 
+// A drop target may still be reading a file dragged a moment ago, perhaps
+// from another window: only older ones go.
+void removeOldDragFiles(const std::string& folder) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const auto cutoff = fs::file_time_type::clock::now() - std::chrono::minutes(1);
+    for (fs::directory_iterator entry(model::pathFromText(folder), error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        if (entry->is_regular_file(ignored) && entry->last_write_time(ignored) < cutoff)
+            fs::remove(entry->path(), ignored);
+    }
+}
+
 } // namespace
+
+QString ContentView::dragFolder() {
+    return QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/drag");
+}
+
+void ContentView::dragOut(const playback::Uuid& id) {
+    const auto path = model_->writeDragFile(id, dragFolder().toStdString());
+    if (!path)
+        return;
+    auto* mime = new QMimeData;
+    mime->setUrls({QUrl::fromLocalFile(QString::fromStdString(*path))});
+    QDrag drag(this);
+    drag.setMimeData(mime);
+    if (dragRunner_)
+        dragRunner_(drag);
+    else
+        drag.exec(Qt::CopyAction);
+}
 
 ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioFiles,
                          std::optional<std::string> initialSelection, QWidget* parent)
     : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
       model_(std::make_unique<model::AppModel>(std::move(platform), std::move(initialSelection))) {
     setMinimumSize(1040, 700);
+    removeOldDragFiles(dragFolder().toStdString());
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);
     layout_->setSpacing(12);
@@ -71,7 +109,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
           Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting,
-          Field::sourceFacts})
+          Field::sourceFacts, Field::exportTags})
         redraw(field);
     model_->readSourceFactsInBackground();
 }
@@ -446,6 +484,7 @@ QWidget* ContentView::buildPanels() {
         },
         right);
     loopList_->setObjectName(QStringLiteral("loopList"));
+    loopList_->setOnDrag([this](const playback::Uuid& id) { dragOut(id); });
     stack->addWidget(loopList_, 1);
 
     row->addWidget(right, 1);
@@ -471,6 +510,11 @@ QWidget* ContentView::buildSelectionRow() {
     manifestBox_->setToolTip(
         QStringLiteral("Export also writes a JSON manifest of the run, from which the command line can replay it"));
     row->addWidget(manifestBox_);
+    tagsBox_ = new QCheckBox(QStringLiteral("Tempo tags"), rowWidget);
+    tagsBox_->setObjectName(QStringLiteral("tagsBox"));
+    tagsBox_->setToolTip(QStringLiteral("Exported files also carry the loop's tempo, a loop over the whole file and "
+                                        "a marker at every slice, for samplers and DAWs"));
+    row->addWidget(tagsBox_);
     auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), rowWidget);
     row->addWidget(keepLabel);
     keepExistingBox_ = new QComboBox(rowWidget);
@@ -488,6 +532,7 @@ QWidget* ContentView::buildSelectionRow() {
     connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
     connect(manifestBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportManifest(on); });
+    connect(tagsBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportTags(on); });
     connect(keepExistingBox_, &QComboBox::currentIndexChanged, this,
             [this](int index) { model_->setKeepExisting(index == 1); });
     return rowWidget;
@@ -708,6 +753,11 @@ void ContentView::redraw(Field field) {
     case Field::keepExisting: {
         const QSignalBlocker blocker(keepExistingBox_);
         keepExistingBox_->setCurrentIndex(m.keepExisting() ? 1 : 0);
+        break;
+    }
+    case Field::exportTags: {
+        const QSignalBlocker blocker(tagsBox_);
+        tagsBox_->setChecked(m.exportTags());
         break;
     }
     case Field::playingTarget: redrawPlayingTarget(); break;

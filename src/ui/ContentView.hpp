@@ -22,6 +22,8 @@ class QSpinBox;
 class QToolButton;
 class QVBoxLayout;
 
+class QDrag;
+
 namespace marquetry::ui {
 
 class SourceFileRow;
@@ -61,6 +63,16 @@ public:
     };
     const Commands& commands() const { return commands_; }
 
+    /// Carries out a drag out of the window once its file is written; by
+    /// default QDrag::exec with a copy. Tests replace it, since a real drag
+    /// waits for a drop.
+    using DragRunner = std::function<void(QDrag&)>;
+    void setDragRunner(DragRunner runner) { dragRunner_ = std::move(runner); }
+
+    /// The folder drag files are written to, under the user's cache folder;
+    /// files older than a minute are removed from it when a view is made.
+    static QString dragFolder();
+
 protected:
     /// The source list and the source waveform's keys: Up and Down select
     /// the file above or below, a letter the first file beginning with it,
@@ -68,6 +80,10 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // Writes the variation `id` as Export Selected would, into dragFolder(),
+    // and drags that file out; a failed write starts no drag.
+    void dragOut(const playback::Uuid& id);
+    DragRunner dragRunner_;
     using Field = model::AppModel::Field;
 
     QWidget* buildHeader();
@@ -136,6 +152,7 @@ private:
     QPushButton* selectNoneButton_ = nullptr;
     QPushButton* exportButton_ = nullptr;
     QCheckBox* manifestBox_ = nullptr;
+    QCheckBox* tagsBox_ = nullptr;
     QComboBox* keepExistingBox_ = nullptr;
     QCheckBox* joinFadeBox_ = nullptr;
     QSpinBox* joinFadeMsBox_ = nullptr;

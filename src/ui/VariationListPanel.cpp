@@ -57,6 +57,10 @@ void VariationListPanel::setLoops(const std::vector<model::GeneratedLoop>& loops
             loop, playing == PlaybackTarget::generated(id), progress, [this, id](bool on) { onToggle_(id, on); },
             [this, id] { onPlayToggle_(id); }, list);
         row->setObjectName(QStringLiteral("generatedLoopRow"));
+        connect(row->waveformView(), &WaveformView::dragStarted, row, [this, id] {
+            if (onDrag_)
+                onDrag_(id);
+        });
         row->installEventFilter(this);
         // Before the trailing stretch.
         listLayout_->insertWidget(listLayout_->count() - 1, row);

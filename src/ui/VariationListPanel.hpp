@@ -43,6 +43,10 @@ public:
     /// touching no other row; for the ticks of a playing preview.
     void setPlayingProgress(const playback::Uuid& id, std::optional<double> progress);
 
+    /// `onDrag` runs with the id of a variation whose waveform the user
+    /// starts to drag; none is set at first.
+    void setOnDrag(std::function<void(const playback::Uuid&)> onDrag) { onDrag_ = std::move(onDrag); }
+
     /// Gives the keyboard focus to the first row and scrolls it into view;
     /// nothing when there is no row.
     void focusFirstRow();
@@ -54,6 +58,7 @@ protected:
 private:
     std::function<void(const playback::Uuid&, bool)> onToggle_;
     std::function<void(const playback::Uuid&)> onPlayToggle_;
+    std::function<void(const playback::Uuid&)> onDrag_;
     QVBoxLayout* listLayout_ = nullptr;
     QLabel* emptyLabel_ = nullptr;
     // The rows on screen, in list order.

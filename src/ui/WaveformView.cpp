@@ -2,6 +2,7 @@
 
 #include <QCache>
 #include <QFontDatabase>
+#include <QApplication>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -245,7 +246,17 @@ void WaveformView::changeEvent(QEvent* event) {
 
 void WaveformView::mousePressEvent(QMouseEvent* event) {
     pressed_ = event->button() == Qt::LeftButton;
+    pressedAt_ = event->position().toPoint();
     event->accept();
+}
+
+void WaveformView::mouseMoveEvent(QMouseEvent* event) {
+    event->accept();
+    if (!pressed_ || !(event->buttons() & Qt::LeftButton)
+        || (event->position().toPoint() - pressedAt_).manhattanLength() < QApplication::startDragDistance())
+        return;
+    pressed_ = false;
+    emit dragStarted();
 }
 
 void WaveformView::mouseReleaseEvent(QMouseEvent* event) {

@@ -67,12 +67,16 @@ public:
 signals:
     /// A single left click anywhere inside the view.
     void clicked();
+    /// The left button was pressed inside the view and moved further than
+    /// QApplication::startDragDistance(): a drag, so no click follows.
+    void dragStarted();
 
 protected:
     void paintEvent(QPaintEvent* event) override;
     void changeEvent(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
     // A view that takes the focus (the source waveform) shows it with a ring.
     void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
@@ -90,6 +94,7 @@ private:
     PlaybackIcon icon_ = PlaybackIcon::none;
     double iconDiameter_ = 28;
     bool pressed_ = false;
+    QPoint pressedAt_;
 
     // Filling a thousand-point outline costs milliseconds, and the playing
     // row repaints 33 times a second, so the static layers are kept as a

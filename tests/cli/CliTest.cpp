@@ -5,6 +5,7 @@
 #include "cli/Cli.hpp"
 #include "cli/CliArguments.hpp"
 
+#include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
 #include "model/Sha256.hpp"
 
@@ -323,6 +324,32 @@ TEST_F(CliInProcess, KeepExistingWritesBesideEarlierFilesAndReplaceOverwrites) {
     EXPECT_EQ(folderContents(at("out")), expected);
     ASSERT_EQ(generate({}).exitCode, 0);
     EXPECT_EQ(folderContents(at("out")), expected) << "replacing writes over the same names";
+}
+
+// --tags changes only the files' chunks, never their samples; --kit writes
+// the kit beside them and nothing else; an empty --kit is refused.
+TEST_F(CliInProcess, TagsAndKitAddToThePlainExport) {
+    copyLoops({"amen_s16.wav"});
+    const auto generate = [&](const std::string& folder, std::vector<std::string> extra) {
+        std::vector<std::string> arguments{"generate", "--source", at("source/amen_s16.wav"), "--seed", "5",
+                                           "--variations", "2", "--model", "dice", "--output", at(folder)};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return run(arguments);
+    };
+    ASSERT_EQ(generate("plain", {}).exitCode, 0);
+    const Outcome tagged = generate("tagged", {"--tags", "--kit", at("kit")});
+    ASSERT_EQ(tagged.exitCode, 0) << tagged.err;
+    const auto plain = folderContents(at("plain"));
+    ASSERT_EQ(plain.size(), 2u);
+    for (const auto& [name, bytes] : plain) {
+        const std::string file = readText(root / "tagged" / name);
+        EXPECT_GT(file.size(), bytes.size()) << name;
+        EXPECT_EQ(audio::loadWav(at("tagged/" + name)).pcmData, audio::loadWav(at("plain/" + name)).pcmData);
+    }
+    EXPECT_TRUE(fs::exists(at("kit/amen_s16_mqtry_dice.sfz")));
+    EXPECT_TRUE(fs::exists(at("kit/amen_s16_mqtry_dice02.mid")));
+    EXPECT_TRUE(fs::exists(at("kit/amen_s16_mqtry_dice_slice01.wav")));
+    EXPECT_EQ(generate("x", {"--kit", ""}).exitCode, 2);
 }
 
 TEST_F(CliInProcess, ImportConvertsWhatItCanAndSaysWhyForTheRest) {

@@ -1,5 +1,6 @@
 #include "UiFakes.hpp"
 
+#include "audio/WavReader.hpp"
 #include "model/FileSystem.hpp"
 #include "ui/ContentView.hpp"
 #include "ui/GeneratedLoopRow.hpp"
@@ -9,7 +10,9 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDrag>
 #include <QDropEvent>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLayout>
 #include <QLineEdit>
@@ -17,6 +20,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QStandardPaths>
 #include <QtTest>
 
 #include <map>
@@ -446,6 +450,45 @@ private slots:
         click(find("refreshButton"));
         QVERIFY(find("emptySourceHint")->isVisible());
         QVERIFY(find<QLabel>("emptySourceHint")->text().startsWith(QStringLiteral("No loops here yet.")));
+    }
+
+    // Dragging a variation out hands over a file of the bytes Export Selected
+    // would write, with the export options in force, written under the cache
+    // folder and nowhere in the output folder; a click still plays, and so
+    // does a press that moves less than the drag distance.
+    void draggingAVariationOutCarriesTheExportedFile() {
+        QStandardPaths::setTestModeEnabled(true);
+        model::AppModel& m = start();
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        m.setExportTags(true);
+        std::vector<QList<QUrl>> drags;
+        view_->setDragRunner([&drags](QDrag& drag) { drags.push_back(drag.mimeData()->urls()); });
+        QWidget* waveform = loopRows().at(1)->waveformView();
+        const auto send = [waveform](QEvent::Type type, QPoint at, Qt::MouseButtons buttons) {
+            QMouseEvent event(type, at, waveform->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
+            QApplication::sendEvent(waveform, &event);
+        };
+        const QPoint from(20, 20);
+        const int distance = QApplication::startDragDistance();
+        send(QEvent::MouseButtonPress, from, Qt::LeftButton);
+        send(QEvent::MouseMove, from + QPoint(distance - 1, 0), Qt::LeftButton);
+        send(QEvent::MouseButtonRelease, from + QPoint(distance - 1, 0), Qt::NoButton);
+        QVERIFY(drags.empty());
+        QVERIFY(m.playingTarget() == playback::PlaybackTarget::generated(m.generatedLoops()[1].id));
+
+        send(QEvent::MouseButtonPress, from, Qt::LeftButton);
+        send(QEvent::MouseMove, from + QPoint(distance + 1, 0), Qt::LeftButton);
+        send(QEvent::MouseButtonRelease, from + QPoint(distance + 1, 0), Qt::NoButton);
+        QCOMPARE(drags.size(), 1u);
+        QVERIFY2(m.playingTarget().has_value(), "a drag is no click: the preview plays on");
+        QCOMPARE(drags[0].size(), 1);
+        const QString file = drags[0][0].toLocalFile();
+        QCOMPARE(QFileInfo(file).fileName(), QString::fromStdString(m.generatedLoops()[1].name));
+        QVERIFY(file.startsWith(ui::ContentView::dragFolder()));
+        QVERIFY(audio::readWholeFile(file.toStdString()) == m.exportedBytes(m.generatedLoops()[1]));
+        QVERIFY(!QFileInfo::exists(QString::fromStdString(m.outputDir() + "/" + m.generatedLoops()[1].name)));
+        QFile::remove(file);
     }
 
 private:

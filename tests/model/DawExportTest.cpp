@@ -1,0 +1,206 @@
+// What a musician takes into other tools: tags inside the exported files,
+// and a slice kit whose MIDI files play the variations back. The MIDI files
+// are read by an independent parser (mido), never by our own writer.
+#include "Fakes.hpp"
+
+#include "audio/WavWriter.hpp"
+#include "chop/ChopModel.hpp"
+#include "model/DawExport.hpp"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+
+namespace marquetry::model::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+struct MidiNote {
+    std::int64_t start = 0; // ticks
+    std::int64_t length = 0;
+    int note = 0;
+};
+
+struct ParsedMidi {
+    int type = -1;
+    int ticksPerBeat = 0;
+    std::int64_t microsPerQuarter = 0;
+    std::vector<MidiNote> notes;
+};
+
+ParsedMidi parseWithMido(const std::string& path) {
+    const std::string script =
+        "import sys, mido\n"
+        "f = mido.MidiFile(sys.argv[1])\n"
+        "print(f.type, f.ticks_per_beat, len(f.tracks))\n"
+        "t = 0; on = {}\n"
+        "for m in f.tracks[0]:\n"
+        "    t += m.time\n"
+        "    if m.type == 'set_tempo': print('tempo', m.tempo)\n"
+        "    elif m.type == 'note_on' and m.velocity > 0: on[m.note] = t\n"
+        "    elif m.type in ('note_off', 'note_on'): print('note', on.pop(m.note), t - 0, m.note)\n";
+    // Debian's interpreter, where python3-mido is installed, whatever else is on PATH.
+    const std::string command = "/usr/bin/python3 -c \"$MIDO_SCRIPT\" '" + path + "'";
+    ::setenv("MIDO_SCRIPT", script.c_str(), 1);
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string text;
+    char buffer[4096];
+    while (pipe != nullptr && std::fgets(buffer, sizeof buffer, pipe) != nullptr)
+        text += buffer;
+    const int status = pipe == nullptr ? -1 : ::pclose(pipe);
+    EXPECT_EQ(status, 0) << "mido could not read " << path;
+    ParsedMidi parsed;
+    std::istringstream in(text);
+    int tracks = 0;
+    in >> parsed.type >> parsed.ticksPerBeat >> tracks;
+    EXPECT_EQ(tracks, 1);
+    std::string word;
+    while (in >> word) {
+        if (word == "tempo") {
+            in >> parsed.microsPerQuarter;
+        } else {
+            MidiNote note;
+            std::int64_t end = 0;
+            in >> note.start >> end >> note.note;
+            note.length = end - note.start;
+            parsed.notes.push_back(note);
+        }
+    }
+    std::sort(parsed.notes.begin(), parsed.notes.end(),
+              [](const MidiNote& a, const MidiNote& b) { return a.start < b.start; });
+    return parsed;
+}
+
+class DawExport : public ModelTest {
+protected:
+    AppModel& withVariations(chop::ChopModel chopModel, std::int64_t count, const std::string& loop = "amen_s16.wav") {
+        addLoop("a.wav", loop);
+        AppModel& m = start();
+        m.setChopModel(chopModel);
+        m.setVersions(count);
+        m.setSeedText("7");
+        m.setOutputDir(home + "/out");
+        generate();
+        return m;
+    }
+};
+
+TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
+    AppModel& m = withVariations(chop::ChopModel::grid, 3);
+    const auto tempo = m.tempoFor(*m.selectedFile());
+    ASSERT_TRUE(usableTempo(tempo));
+    m.setExportTags(true);
+    EXPECT_EQ(settings.string(AppModel::exportTagsKey), "true");
+    const auto outcome = m.exportSelected();
+    ASSERT_TRUE(outcome.exported) << m.status();
+    EXPECT_EQ(m.status(), "Exported 3 loop(s) to " + home + "/out");
+    for (std::size_t i = 0; i < 3; ++i) {
+        const GeneratedLoop& loop = m.generatedLoops()[i];
+        const audio::Bytes file = audio::readWholeFile(outcome.files[i]);
+        EXPECT_EQ(file, m.exportedBytes(loop));
+        EXPECT_EQ(audio::parseWav(file).pcmData, loop.pcmData);
+        const audio::LoopTags tags = loopTagsFor(loop, *m.sourceWavData(), tempo->bpm);
+        EXPECT_EQ(tags.cues.size(), loop.placements.size());
+        EXPECT_EQ(tags.cues.front().frame, 0);
+        EXPECT_EQ(tags.cues.front().label.substr(0, 6), "slice ");
+        EXPECT_EQ(file.size(), 44 + loop.pcmData.size()
+                                   + audio::loopTagChunks(tags, *m.sourceWavData(), 0).size());
+    }
+    // Off again: the plain file, byte for byte.
+    m.setExportTags(false);
+    m.exportSelected();
+    EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
+              audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
+}
+
+TEST_F(DawExport, AnUnknownTempoWritesPlainFilesAndNoKitAndSaysSo) {
+    addFile("a.wav", audio::buildWavFileData(audio::test::record(1, 1, 2, 16), audio::Bytes(2 * 44100, 0)));
+    AppModel& m = start();
+    m.setOutputDir(home + "/out");
+    generate();
+    ASSERT_FALSE(m.generatedLoops().empty()) << m.status();
+    ASSERT_FALSE(usableTempo(m.tempoFor(*m.selectedFile())));
+    m.setExportTags(true);
+    const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+    ASSERT_TRUE(outcome.exported);
+    EXPECT_EQ(m.status(), "Exported 10 loop(s) to " + home
+                              + "/out; the loop's tempo is unknown, so no tags and no slice kit were written.");
+    EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
+              audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
+    EXPECT_FALSE(fs::exists(home + "/kit"));
+}
+
+// The kit's promise, for every chop model: each MIDI file, read by another
+// parser, plays the kit's slices in an order that gives back its variation
+// byte for byte, each note starting where its slice was placed (to the
+// nearest tick) and lasting as long.
+TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
+    for (const chop::ChopModel chopModel : chop::allChopModels) {
+        SCOPED_TRACE(chop::label(chopModel));
+        model.reset();
+        fs::remove_all(home + "/kit");
+        AppModel& m = withVariations(chopModel, 3);
+        const auto tempo = m.tempoFor(*m.selectedFile());
+        ASSERT_TRUE(usableTempo(tempo));
+        const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+        ASSERT_TRUE(outcome.exported) << m.status();
+        EXPECT_THAT(m.status(), Not(HasSubstr("tempo")));
+        const std::string stem = variationStem("a.wav", chopModel);
+        const audio::WavData& format = *m.sourceWavData();
+        std::vector<audio::Bytes> slices;
+        for (int k = 1; fs::exists(home + "/kit/" + stem + "_slice" + (k < 10 ? "0" : "") + std::to_string(k) + ".wav"); ++k)
+            slices.push_back(audio::loadWav(home + "/kit/" + stem + "_slice" + (k < 10 ? "0" : "")
+                                            + std::to_string(k) + ".wav").pcmData);
+        ASSERT_FALSE(slices.empty());
+        EXPECT_TRUE(fs::exists(home + "/kit/" + stem + ".sfz"));
+        for (const GeneratedLoop& loop : m.generatedLoops()) {
+            const std::string midiName = loop.name.substr(0, loop.name.size() - 4) + ".mid";
+            const ParsedMidi midi = parseWithMido(home + "/kit/" + midiName);
+            EXPECT_EQ(midi.type, 0);
+            EXPECT_EQ(midi.ticksPerBeat, 480);
+            EXPECT_EQ(midi.microsPerQuarter, std::llround(60e6 / tempo->bpm));
+            ASSERT_EQ(midi.notes.size(), loop.placements.size());
+            audio::Bytes rendered;
+            for (std::size_t i = 0; i < midi.notes.size(); ++i) {
+                const MidiNote& note = midi.notes[i];
+                ASSERT_GE(note.note, firstKitNote);
+                ASSERT_LT(static_cast<std::size_t>(note.note - firstKitNote), slices.size());
+                const audio::Bytes& slice = slices[static_cast<std::size_t>(note.note - firstKitNote)];
+                const chop::Placement& placement = loop.placements[i];
+                const double ticksPerFrame = tempo->bpm * 480 / (60.0 * format.sampleRate);
+                const auto frameOf = [&](std::int64_t byte) { return static_cast<double>(byte / format.blockAlign); };
+                EXPECT_NEAR(static_cast<double>(note.start), frameOf(placement.byteOffset) * ticksPerFrame, 0.5);
+                EXPECT_NEAR(static_cast<double>(note.length),
+                            frameOf(static_cast<std::int64_t>(slice.size())) * ticksPerFrame, 1.0);
+                rendered.insert(rendered.end(), slice.begin(), slice.end());
+            }
+            EXPECT_TRUE(rendered == loop.pcmData) << loop.name;
+        }
+    }
+}
+
+TEST_F(DawExport, AKitFolderThatCannotBeMadeFailsBeforeAnyFileIsWritten) {
+    AppModel& m = withVariations(chop::ChopModel::grid, 2);
+    addFile("blocker", audio::Bytes{1}, home);
+    const auto outcome = m.exportSelected(std::nullopt, home + "/blocker/kit");
+    EXPECT_FALSE(outcome.exported);
+    EXPECT_THAT(m.status(), HasSubstr("Export failed: "));
+    EXPECT_THAT(m.status(), HasSubstr("Not a directory"));
+    EXPECT_FALSE(fs::exists(home + "/out"));
+}
+
+TEST_F(DawExport, AKitOfMoreSlicesThanNotesIsRefusedBeforeAnyFileIsWritten) {
+    AppModel& m = withVariations(chop::ChopModel::glitch, 60);
+    const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+    ASSERT_FALSE(outcome.exported) << m.status();
+    EXPECT_THAT(m.status(), HasSubstr("Export failed: the slice kit would need "));
+    EXPECT_FALSE(fs::exists(home + "/kit"));
+    EXPECT_FALSE(fs::exists(home + "/out"));
+}
+
+} // namespace
+} // namespace marquetry::model::test
