@@ -136,14 +136,13 @@ void scaleFrames(std::uint8_t* pcm, const audio::WavData& format, audio::FrameIn
 }
 
 template <Layout layout>
-void fadeAll(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format, audio::FrameCount fadeFrames,
-             std::size_t first, std::size_t last) {
+void fadeAll(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format, audio::FrameCount fadeFrames) {
     const audio::FrameCount total = audio::frameCount(pcm.size(), format.blockAlign);
     const std::size_t channels = format.channels;
     // The full ramps are built on first use: a fade longer than every slice
     // needs none, however many frames it asks for.
     std::vector<Real<layout>> fullIn, fullOut, shortIn, shortOut;
-    for (std::size_t i = first; i < last; ++i) {
+    for (std::size_t i = 0; i < variation.placements.size(); ++i) {
         const auto frameAt = [&](std::int64_t byteOffset) {
             return std::clamp<audio::FrameIndex>(byteOffset / format.blockAlign, 0, total);
         };
@@ -194,8 +193,8 @@ void withLayout(const audio::WavData& format, Args&&... args) {
 template <Layout layout>
 struct FadeJoins {
     static void run(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
-                    audio::FrameCount fadeFrames, std::size_t first, std::size_t last) {
-        fadeAll<layout>(pcm, variation, format, fadeFrames, first, last);
+                    audio::FrameCount fadeFrames) {
+        fadeAll<layout>(pcm, variation, format, fadeFrames);
     }
 };
 
@@ -217,14 +216,8 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate) {
 
 void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
                     audio::FrameCount fadeFrames) {
-    applyJoinFades(pcm, variation, format, fadeFrames, 0, variation.placements.size());
-}
-
-void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
-                    audio::FrameCount fadeFrames, std::size_t first, std::size_t last) {
-    last = std::min(last, variation.placements.size());
-    if (fadeFrames >= 1 && first < last)
-        withLayout<FadeJoins>(format, pcm, variation, format, fadeFrames, first, last);
+    if (fadeFrames >= 1)
+        withLayout<FadeJoins>(format, pcm, variation, format, fadeFrames);
 }
 
 void applyEndFade(Bytes& pcm, const audio::WavData& format, audio::FrameIndex end, audio::FrameCount fadeFrames) {

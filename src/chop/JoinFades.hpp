@@ -33,13 +33,6 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate);
 void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
                     audio::FrameCount fadeFrames);
 
-/// applyJoinFades for placements [first, last) only, so a renderer can fade
-/// slices while their bytes are still in the cache. Needs the bytes up to the
-/// start of placement `last` (all of them when `last` is the final one);
-/// fading every range once in any order gives applyJoinFades' bytes.
-void applyJoinFades(Bytes& pcm, const VariationPlan& variation, const audio::WavData& format,
-                    audio::FrameCount fadeFrames, std::size_t first, std::size_t last);
-
 /// Fades the `fadeFrames` frames of `pcm` before frame `end` out to silence
 /// (fewer when `end` is nearer the start), with the ramp and rounding of
 /// applyJoinFades: the end of a loop that was cut or padded. Layouts that

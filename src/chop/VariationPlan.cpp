@@ -114,34 +114,20 @@ RunPlan planRun(std::span<const audio::WavData> sources, const PlanSettings& set
 }
 
 Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice> pool,
-                      std::span<const audio::WavData> sources, audio::FrameCount fadeFrames) {
+                      std::span<const audio::WavData> sources) {
     // Reserved at the planned size, so the buffer is allocated once and each
     // page is first touched by the copy that fills it.
     Bytes pcm;
     pcm.reserve(static_cast<std::size_t>(variation.byteCount));
-    // Joins are faded a few slices behind the copy, while those bytes are
-    // still in the cache: a second pass over the whole variation costs more
-    // than the fades themselves.
-    constexpr std::size_t fadeBatchBytes = 32 * 1024;
-    std::size_t faded = 0;
-    std::size_t unfadedBytes = 0;
-    const std::vector<Placement>& placements = variation.placements;
-    for (std::size_t i = 0; i < placements.size(); ++i) {
-        if (fadeFrames > 0 && unfadedBytes >= fadeBatchBytes) {
-            applyJoinFades(pcm, variation, sources.front(), fadeFrames, faded, i);
-            faded = i;
-            unfadedBytes = 0;
-        }
-        const auto bytes = sliceBytes(pool[static_cast<std::size_t>(placements[i].slice)], sources);
-        if (placements[i].treatment == GlitchTreatment{}) {
+    for (const Placement& placement : variation.placements) {
+        const auto bytes = sliceBytes(pool[static_cast<std::size_t>(placement.slice)], sources);
+        if (placement.treatment == GlitchTreatment{}) {
             pcm.insert(pcm.end(), bytes.begin(), bytes.end());
         } else {
-            const Bytes treated = applyGlitchTreatment(bytes, placements[i].treatment, sources.front());
+            const Bytes treated = applyGlitchTreatment(bytes, placement.treatment, sources.front());
             pcm.insert(pcm.end(), treated.begin(), treated.end());
         }
-        unfadedBytes += static_cast<std::size_t>(placements[i].byteCount);
     }
-    applyJoinFades(pcm, variation, sources.front(), fadeFrames, faded, placements.size());
     return pcm;
 }
 
@@ -155,7 +141,8 @@ std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> v
     const audio::FrameCount referenceFrames = audio::frameCount(reference.pcmData.size(), reference.blockAlign);
     std::vector<RenderedVariation> rendered(variations.size());
     forEachIndex(rendered.size(), threads, [&](std::size_t i) {
-        rendered[i].pcm = renderVariation(variations[i], pool, sources, fadeFrames);
+        rendered[i].pcm = renderVariation(variations[i], pool, sources);
+        applyJoinFades(rendered[i].pcm, variations[i], reference, fadeFrames);
         fitToFrames(rendered[i].pcm, reference, referenceFrames, settings.fit, fitFadeFrames);
         rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
     });

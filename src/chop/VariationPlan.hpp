@@ -81,11 +81,10 @@ std::vector<VariationPlan> planVariations(std::span<const PoolSlice> pool, std::
 RunPlan planRun(std::span<const audio::WavData> sources, const PlanSettings& settings, SeededGenerator& rng);
 
 /// The PCM of one planned variation: the planned slices, each treated as
-/// planned, back to back, in the format of sources[0], faded at every join
-/// over `fadeFrames` frames as applyJoinFades does (0: butted). Pure: draws
-/// nothing, so it may run on any thread and in any order.
+/// planned, back to back, in the format of sources[0]. Pure: draws nothing,
+/// so it may run on any thread and in any order.
 Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice> pool,
-                      std::span<const audio::WavData> sources, audio::FrameCount fadeFrames = 0);
+                      std::span<const audio::WavData> sources);
 
 /// A rendered variation and its display envelope.
 struct RenderedVariation {
