@@ -1,9 +1,10 @@
 #include "chop/TempoEstimate.hpp"
 
+#include "audio/FormatConversion.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <numbers>
 #include <vector>
 
@@ -26,55 +27,13 @@ constexpr std::size_t smoothingHops = 4;
 // half-bars sharing about a quarter.
 constexpr double repeatingShare = 2.0 / 3;
 
-enum class Layout { none, u8, s16, s24, s32, f32 };
-
-Layout layoutOf(const audio::WavData& wav) {
-    const std::size_t width = wav.bitsPerSample / 8u;
-    if (wav.channels == 0 || wav.bitsPerSample % 8 != 0 || static_cast<std::size_t>(wav.channels) * width > wav.blockAlign)
-        return Layout::none;
-    if (wav.audioFormat == audio::formatFloat)
-        return wav.bitsPerSample == 32 ? Layout::f32 : Layout::none;
-    if (wav.audioFormat != audio::formatPcm)
-        return Layout::none;
-    switch (wav.bitsPerSample) {
-    case 8: return Layout::u8;
-    case 16: return Layout::s16;
-    case 24: return Layout::s24;
-    case 32: return Layout::s32;
-    default: return Layout::none;
-    }
-}
-
-float sampleValue(Layout layout, const std::uint8_t* p) {
-    switch (layout) {
-    case Layout::u8: return static_cast<float>(p[0] - 128) * 0x1p-7f;
-    case Layout::s16: return static_cast<float>(static_cast<std::int16_t>(p[0] | (p[1] << 8))) * 0x1p-15f;
-    case Layout::s24: {
-        std::int32_t value = p[0] | (p[1] << 8) | (p[2] << 16);
-        if ((p[2] & 0x80) != 0)
-            value -= 1 << 24;
-        return static_cast<float>(value) * 0x1p-23f;
-    }
-    case Layout::s32:
-    case Layout::f32: {
-        const std::uint32_t bits = static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8)
-                                   | (static_cast<std::uint32_t>(p[2]) << 16)
-                                   | (static_cast<std::uint32_t>(p[3]) << 24);
-        if (layout == Layout::s32)
-            return static_cast<float>(static_cast<std::int32_t>(bits)) * 0x1p-31f;
-        float value;
-        std::memcpy(&value, &bits, sizeof value);
-        return std::isfinite(value) ? std::clamp(value, -1.0f, 1.0f) : 0.0f;
-    }
-    case Layout::none: break;
-    }
-    return 0.0f;
-}
-
 // Rises in loudness per hop, the low band counted twice over: the beat is
 // carried by kicks and snares, not by the hats that subdivide it.
-std::vector<float> onsetEnvelope(const audio::WavData& wav, Layout layout, std::int64_t hop) {
-    const std::size_t width = wav.bitsPerSample / 8u;
+std::vector<float> onsetEnvelope(const audio::WavData& wav, std::int64_t hop) {
+    // Float samples past full scale (or not numbers) must not swamp the rest.
+    std::vector<float> samples = audio::toFloat(wav, wav.pcmData);
+    for (float& x : samples)
+        x = std::isfinite(x) ? std::clamp(x, -1.0f, 1.0f) : 0.0f;
     const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
     const std::int64_t hops = frames / hop;
 
@@ -90,13 +49,13 @@ std::vector<float> onsetEnvelope(const audio::WavData& wav, Layout layout, std::
     // than a bass note's cycle would ripple and read as onsets.
     const float channelScale = 1.0f / static_cast<float>(wav.channels);
     std::vector<float> fullEnergy(static_cast<std::size_t>(hops)), lowEnergy(static_cast<std::size_t>(hops));
-    const std::uint8_t* frame = wav.pcmData.data();
+    const float* frame = samples.data();
     for (std::size_t h = 0; h < fullEnergy.size(); ++h) {
         float full = 0, low = 0;
-        for (std::int64_t i = 0; i < hop; ++i, frame += wav.blockAlign) {
+        for (std::int64_t i = 0; i < hop; ++i, frame += wav.channels) {
             float x = 0;
             for (std::size_t c = 0; c < wav.channels; ++c)
-                x += sampleValue(layout, frame + c * width);
+                x += frame[c];
             x *= channelScale;
             const float y = b0 * (x + 2 * x1 + x2) - a1 * y1 - a2 * y2;
             x2 = x1;
@@ -209,8 +168,7 @@ std::optional<TempoEstimate> tempoAt(double bpm, audio::FrameCount frames, std::
 }
 
 std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
-    const Layout layout = layoutOf(wav);
-    if (layout == Layout::none || wav.sampleRate == 0)
+    if (!audio::isConvertible(wav))
         return std::nullopt;
     const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
     const double seconds = static_cast<double>(frames) / wav.sampleRate;
@@ -222,7 +180,7 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
     if (mostBeats < 1 || std::max<std::int64_t>(fewestBeats, 1) > mostBeats || frames / hop < 4 * mostBeats)
         return std::nullopt;
 
-    const std::vector<float> envelope = onsetEnvelope(wav, layout, hop);
+    const std::vector<float> envelope = onsetEnvelope(wav, hop);
     double total = 0;
     for (const float value : envelope)
         total += value;
