@@ -54,6 +54,9 @@ struct GenerateOptions {
     bool tags = false;
     /// Where to write the slice kit (slices, SFZ, MIDI), if anywhere.
     std::optional<std::string> kitDir;
+    /// The tempo the tags and the kit are written at, instead of the
+    /// loop's; set after the run, so the run itself never sees it.
+    std::optional<double> exportTempo;
 };
 
 /// A `replay` request: the manifest to run again and where to write.

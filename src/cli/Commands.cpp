@@ -173,6 +173,8 @@ int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream&
         return reportFailure(err, app.status());
 
     keepOnlyPicked(app, options.picks);
+    if (options.exportTempo)
+        app.setTempoOverride(app.lastRun()->request.selectedPath, options.exportTempo);
     app.setOutputDir(options.outputDir);
     app.setKeepExisting(options.keepExisting);
     app.setExportTags(options.tags);
@@ -219,6 +221,10 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.tempos = request.tempoOverrides;
     generate.outputDir = options.outputDir;
     generate.picks = manifest.numbers;
+    generate.tags = manifest.exportRecord.tagTempoBpm.has_value();
+    generate.exportTempo = manifest.exportRecord.tagTempoBpm;
+    if (manifest.exportRecord.kit)
+        generate.kitDir = model::pathText(model::pathFromText(options.outputDir) / model::AppModel::kitFolderName);
     return runGenerate(generate, out, err);
 }
 

@@ -103,6 +103,7 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
     matchTempo_ = platform_.settings.string(matchTempoKey) == "true";
     keepExisting_ = platform_.settings.string(keepExistingKey) == "true";
     exportTags_ = platform_.settings.string(exportTagsKey) == "true";
+    exportKit_ = platform_.settings.string(exportKitKey) == "true";
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -317,6 +318,11 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
 void AppModel::setExportTags(bool value) {
     write(exportTags_, value, Field::exportTags);
     platform_.settings.setString(exportTagsKey, value ? "true" : "false");
+}
+
+void AppModel::setExportKit(bool value) {
+    write(exportKit_, value, Field::exportKit);
+    platform_.settings.setString(exportKitKey, value ? "true" : "false");
 }
 
 void AppModel::setKeepExisting(bool value) {
@@ -654,35 +660,42 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     setOutputDir(expanded(outputDir_));
     const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
     const auto tempo = exportTempo();
-    const bool tempoMissing = (exportTags_ || kitFolder) && !usableTempo(tempo);
+    const bool tagsWritten = exportTags_ && usableTempo(tempo);
+    const std::optional<std::string> kitPath = kitFolder ? std::optional(expanded(*kitFolder))
+                                               : exportKit_ ? std::optional(joinPath(outputDir_, kitFolderName))
+                                                            : std::nullopt;
+    const bool tempoMissing = (exportTags_ || kitPath) && !usableTempo(tempo);
     // Replace, or Keep both: the new file under the next free name.
     const auto writeFile = [this](const std::string& folder, const std::string& name,
-                              std::span<const std::uint8_t> bytes) {
-        if (!keepExisting_) {
-            const std::string path = joinPath(folder, name);
-            writeFileAtomically(path, bytes);
-            return path;
-        }
-        const std::size_t dot = name.rfind('.');
-        const bool hasExtension = dot != std::string::npos && dot > 0;
-        return writeUnderFreeName(folder, hasExtension ? name.substr(0, dot) : name,
-                                  hasExtension ? name.substr(dot) : std::string(), bytes);
+                                  std::span<const std::uint8_t> bytes) {
+        if (keepExisting_)
+            return writeUnderFreeName(folder, name, bytes);
+        const std::string path = joinPath(folder, name);
+        writeFileAtomically(path, bytes);
+        return path;
     };
     try {
         // The kit is made whole before anything is written, so one that
         // cannot be made costs no file.
         std::vector<KitFile> kit;
-        if (kitFolder && !tempoMissing) {
+        if (kitPath && !tempoMissing) {
             std::vector<const GeneratedLoop*> loops;
             for (const ExportedVariation& variation : selected)
                 loops.push_back(variation.loop);
             const std::string reference = lastRun_ ? lastRun_->request.selectedPath : selectedFile_.value_or("");
             const chop::ChopModel model = lastRun_ ? lastRun_->request.chopModel : chopModel_;
-            kit = buildSliceKit(loops, *sourceWavData_, variationStem(fileName(reference), model), tempo->bpm);
+            const std::string stem = variationStem(fileName(reference), model);
+            kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm);
+            if (keepExisting_) {
+                std::vector<std::string> names;
+                for (const KitFile& file : kit)
+                    names.push_back(file.name);
+                if (const std::string number = freeNumberFor(*kitPath, names); !number.empty())
+                    kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm, number);
+            }
         }
-        const std::string kitPath = kitFolder ? expanded(*kitFolder) : std::string();
         if (!kit.empty())
-            createFolder(kitPath);
+            createFolder(*kitPath);
         createFolder(outputDir_);
         removeStaleTemporaries(outputDir_);
         for (ExportedVariation& variation : selected) {
@@ -693,15 +706,16 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
         }
         if (withManifest) {
             const std::string path = manifestPath ? *manifestPath : joinPath(outputDir_, manifestName(*lastRun_));
-            const std::string json = manifestJson(*lastRun_, selected);
+            const ExportRecord record{tagsWritten ? std::optional(tempo->bpm) : std::nullopt, !kit.empty()};
+            const std::string json = manifestJson(*lastRun_, selected, record);
             const fs::path where = pathFromText(path);
             outcome.manifest = writeFile(pathText(where.parent_path()), pathText(where.filename()),
                                          std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
         }
         if (!kit.empty()) {
-            removeStaleTemporaries(kitPath);
+            removeStaleTemporaries(*kitPath);
             for (const KitFile& file : kit)
-                outcome.kitFiles.push_back(writeFile(kitPath, file.name, file.bytes));
+                outcome.kitFiles.push_back(writeFile(*kitPath, file.name, file.bytes));
         }
     } catch (const std::exception& error) {
         setStatus("Export failed: " + describe(error));
@@ -711,9 +725,11 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     if (tempoMissing) {
         done += tempo ? "; the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
                       : "; the loop's tempo is unknown";
-        done += !kitFolder ? ", so no tags were written."
+        done += !kitPath ? ", so no tags were written."
                 : exportTags_ ? ", so no tags and no slice kit were written."
                               : ", so no slice kit was written.";
+    } else if (kitPath) {
+        done += " and a slice kit to " + *kitPath;
     }
     setStatus(done);
     outcome.exported = true;

@@ -36,6 +36,7 @@ public:
         mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
         sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
         joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting, sourceFacts, exportTags,
+        exportKit,
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -57,6 +58,10 @@ public:
     static constexpr const char* matchTempoKey = "marquetry.option.matchTempo";
     static constexpr const char* keepExistingKey = "marquetry.option.keepExisting";
     static constexpr const char* exportTagsKey = "marquetry.option.exportTags";
+    static constexpr const char* exportKitKey = "marquetry.option.exportKit";
+    /// Where the exportKit option puts the slice kit: this folder in the
+    /// output folder.
+    static constexpr const char* kitFolderName = "kit";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -134,6 +139,9 @@ public:
     /// Export option: write tempo, loop and slice markers into each file
     /// (see audio::loopTagChunks), when the reference loop's tempo is known.
     bool exportTags() const { return exportTags_; }
+    /// Export option: also write the slice kit of the ticked variations,
+    /// into kitFolderName in the output folder.
+    bool exportKit() const { return exportKit_; }
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
@@ -161,6 +169,7 @@ public:
     void setKeepExisting(bool value);
     /// Also stores the choice in the settings, for the next launch.
     void setExportTags(bool value);
+    void setExportKit(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -220,12 +229,15 @@ public:
     /// exportManifest option is on, the run's manifest (to `manifestPath`, or
     /// beside the files). Reports "Exported N loop(s) to DIR" or the refusal
     /// or "Export failed: ..." in status, and returns the same as a value.
-    /// With `kitFolder`, also writes the slice kit of the ticked variations
-    /// there (see buildSliceKit), created with its parents; a kit that
-    /// cannot be made is refused before any file is written. With the
-    /// exportTags option on or a kit asked for but no usable tempo, the
-    /// files are written without tags (and no kit is written) and the
-    /// status says so after the usual text.
+    /// With `kitFolder`, or the exportKit option on, also writes the slice
+    /// kit of the ticked variations there (see buildSliceKit), created with
+    /// its parents, and the status names it; a kit that cannot be made is
+    /// refused before any file is written. Under Keep both, a kit whose
+    /// names are taken gets one number for all its files, so its
+    /// instrument still names its own slices. With the exportTags option on
+    /// or a kit asked for but no usable tempo, the files are written
+    /// without tags (and no kit is written) and the status says so after
+    /// the usual text. The manifest records the tags' tempo and the kit.
     ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt,
                                  const std::optional<std::string>& kitFolder = std::nullopt);
     /// Main thread. The bytes Export Selected writes for `loop` with the
@@ -351,6 +363,7 @@ private:
     std::map<std::string, double> tempoOverrides_;
     bool keepExisting_ = false;
     bool exportTags_ = false;
+    bool exportKit_ = false;
     RunHistory history_;
     playback::PreviewSession preview_;
 

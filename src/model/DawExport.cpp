@@ -139,7 +139,7 @@ audio::LoopTags loopTagsFor(const GeneratedLoop& loop, const audio::WavData& for
 }
 
 std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loops, const audio::WavData& format,
-                                   const std::string& stem, double bpm) {
+                                   const std::string& stem, double bpm, const std::string& number) {
     // Every distinct slice, where it was first placed, then in pool order.
     struct Found {
         const GeneratedLoop* loop;
@@ -169,14 +169,14 @@ std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loop
     for (std::size_t k = 0; k < found.size(); ++k) {
         const GeneratedLoop& loop = *found[k].loop;
         const chop::Placement& placement = *found[k].placement;
-        const std::string name = stem + "_slice" + twoDigits(static_cast<std::int64_t>(k + 1)) + ".wav";
+        const std::string name = stem + "_slice" + twoDigits(static_cast<std::int64_t>(k + 1)) + number + ".wav";
         const auto bytes = std::span(loop.pcmData)
                                .subspan(static_cast<std::size_t>(placement.byteOffset),
                                         static_cast<std::size_t>(placement.byteCount));
         files.push_back({name, audio::buildWavFileData(format, bytes)});
         sfz += "<region> sample=" + name + " key=" + std::to_string(firstKitNote + static_cast<int>(k)) + "\n";
     }
-    files.push_back({stem + ".sfz", audio::Bytes(sfz.begin(), sfz.end())});
+    files.push_back({stem + number + ".sfz", audio::Bytes(sfz.begin(), sfz.end())});
 
     const auto noteOf = [&](const chop::Placement& placement) {
         for (std::size_t k = 0; k < found.size(); ++k)
@@ -197,7 +197,7 @@ std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loop
             events.push_back({start, true, note});
             events.push_back({std::max(end, start + 1), false, note});
         }
-        files.push_back({withoutExtension(loop->name) + ".mid", midiFile(events, bpm, withoutExtension(loop->name))});
+        files.push_back({withoutExtension(loop->name) + number + ".mid", midiFile(events, bpm, withoutExtension(loop->name))});
     }
     return files;
 }

@@ -41,9 +41,10 @@ struct KitFile {
 /// taken from the first variation that places it, so with join fades and
 /// fitting off, laying the notes' WAVs end to end gives back every
 /// variation. Throws std::runtime_error when more than maxKitSlices slices
-/// would be needed. Pure.
+/// would be needed. `number` ("-2", ...) goes before the extension of every
+/// name, references included, for a kit kept beside an earlier one. Pure.
 std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loops, const audio::WavData& format,
-                                   const std::string& stem, double bpm);
+                                   const std::string& stem, double bpm, const std::string& number = "");
 
 /// The MIDI ticks (480 to the quarter note) at frame `frame` of a loop at
 /// `bpm` and `sampleRate`, rounded to the nearest tick.

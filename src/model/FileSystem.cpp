@@ -2,6 +2,7 @@
 
 #include "model/SystemServices.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -242,24 +243,58 @@ bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_
     throwError(std::error_code(error, std::generic_category()), path);
 }
 
+namespace {
+
+// The n-th name Keep both tries: the name itself, then NAME-2.EXT, NAME-3.EXT, ...
+std::string numberedName(const std::string& stem, const std::string& extension, std::uint64_t n) {
+    std::string name = stem;
+    if (n > 1)
+        name.append("-").append(std::to_string(n));
+    return name.append(extension);
+}
+
+std::pair<std::string, std::string> stemAndExtension(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string::npos || dot == 0)
+        return {name, std::string()};
+    return {name.substr(0, dot), name.substr(dot)};
+}
+
+bool nameTaken(const std::string& path) {
+    std::error_code error;
+    // A dangling symlink holds its name too.
+    const fs::file_status status = fs::symlink_status(pathFromText(path), error);
+    if (status.type() == fs::file_type::not_found)
+        return false;
+    if (error)
+        throw std::system_error(error, path);
+    return true;
+}
+
+} // namespace
+
 std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
                                std::span<const std::uint8_t> bytes) {
     for (std::uint64_t n = 1;; ++n) {
-        std::string name = stem;
-        if (n > 1)
-            name.append("-").append(std::to_string(n));
-        name.append(extension);
-        const std::string path = pathText(pathFromText(folder) / pathFromText(name));
-        std::error_code error;
-        // A dangling symlink holds its name too.
-        const fs::file_status status = fs::symlink_status(pathFromText(path), error);
-        if (status.type() != fs::file_type::not_found) {
-            if (error)
-                throw std::system_error(error, path);
-            continue;
-        }
-        if (writeNewFileAtomically(path, bytes))
+        const std::string path = pathText(pathFromText(folder) / pathFromText(numberedName(stem, extension, n)));
+        if (!nameTaken(path) && writeNewFileAtomically(path, bytes))
             return path;
+    }
+}
+
+std::string writeUnderFreeName(const std::string& folder, const std::string& name, std::span<const std::uint8_t> bytes) {
+    const auto [stem, extension] = stemAndExtension(name);
+    return writeUnderFreeName(folder, stem, extension, bytes);
+}
+
+std::string freeNumberFor(const std::string& folder, const std::vector<std::string>& names) {
+    for (std::uint64_t n = 1;; ++n) {
+        const bool free = std::none_of(names.begin(), names.end(), [&](const std::string& name) {
+            const auto [stem, extension] = stemAndExtension(name);
+            return nameTaken(pathText(pathFromText(folder) / pathFromText(numberedName(stem, extension, n))));
+        });
+        if (free)
+            return numberedName("", "", n);
     }
 }
 

@@ -52,6 +52,15 @@ bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_
 /// the path and the operating system's description.
 std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
                                std::span<const std::uint8_t> bytes);
+/// The same with the extension taken from `name` (from its last dot).
+std::string writeUnderFreeName(const std::string& folder, const std::string& name, std::span<const std::uint8_t> bytes);
+
+/// The number Keep both gives a group of files that belong together, such
+/// as a slice kit whose instrument names its slices: "" when none of
+/// `names` exists in `folder`, otherwise the first "-2", "-3", ... that,
+/// put before each name's extension, names nothing there. Throws
+/// std::system_error when the folder cannot be looked at.
+std::string freeNumberFor(const std::string& folder, const std::vector<std::string>& names);
 
 /// Removes the temporaries that `writeFileAtomically` left in `folder` when
 /// its process was killed: only files of its own name pattern whose writer is

@@ -93,7 +93,8 @@ const Json& array(const Json& object, const char* key, const std::string& where)
 
 } // namespace
 
-std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported) {
+std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported,
+                         const ExportRecord& exportRecord) {
     const GenerationRequest& request = run.request;
     Json manifest;
     manifest["format"] = formatName;
@@ -145,6 +146,9 @@ std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation
         });
     }
     manifest["variations"] = std::move(variations);
+    manifest["export"] = {{"tags", exportRecord.tagTempoBpm.has_value()}, {"kit", exportRecord.kit}};
+    if (exportRecord.tagTempoBpm)
+        manifest["export"]["tagTempo"] = *exportRecord.tagTempoBpm;
     return manifest.dump(2) + "\n";
 }
 
@@ -235,6 +239,23 @@ Manifest parseManifest(std::string_view input) {
     std::sort(result.numbers.begin(), result.numbers.end());
     if (std::adjacent_find(result.numbers.begin(), result.numbers.end()) != result.numbers.end())
         refuse("a variation is listed twice");
+
+    // Manifests written before these options existed describe plain files.
+    if (manifest.contains("export")) {
+        const std::string inExport = "\"export\"";
+        const Json& options = member(manifest, "export", "the manifest");
+        if (!options.is_object())
+            refuse("\"export\" in the manifest is not a set of options");
+        if (flag(options, "tags", inExport)) {
+            const Json& bpm = member(options, "tagTempo", inExport);
+            if (!bpm.is_number() || !(bpm.get<double>() >= chop::minTempoBpm && bpm.get<double>() <= chop::maxTempoBpm))
+                refuse("\"tagTempo\" in " + inExport + " is not a tempo from "
+                       + std::to_string(static_cast<int>(chop::minTempoBpm)) + " to "
+                       + std::to_string(static_cast<int>(chop::maxTempoBpm)) + " BPM");
+            result.exportRecord.tagTempoBpm = bpm.get<double>();
+        }
+        result.exportRecord.kit = flag(options, "kit", inExport);
+    }
     return result;
 }
 

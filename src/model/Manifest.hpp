@@ -4,6 +4,7 @@
 #include "model/Generation.hpp"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -19,10 +20,21 @@ struct ExportedVariation {
     std::string sha256;                ///< of the file export wrote
 };
 
+/// The export options that shaped the files, so that a replay writes them
+/// again: the tempo written into the tags, if tags were written, and
+/// whether a slice kit was.
+struct ExportRecord {
+    std::optional<double> tagTempoBpm;
+    bool kit = false;
+
+    bool operator==(const ExportRecord&) const = default;
+};
+
 /// A manifest read back: the run it describes and which variations were kept.
 struct Manifest {
     RunRecord run;                      ///< request, seed and sources; no pool
     std::vector<std::int64_t> numbers;  ///< the exported variations, ascending
+    ExportRecord exportRecord;          ///< none of the options when the manifest predates them
 };
 
 /// A manifest that cannot be used; what() is a sentence for the user.
@@ -35,7 +47,8 @@ public:
 /// with the seed actually used, every source with its SHA-256 and format,
 /// every exported variation with its file's SHA-256 and its placements.
 /// Frames are counted in the format of the run's first source. Pure.
-std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported);
+std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported,
+                         const ExportRecord& exportRecord);
 
 /// Reads a manifest written by manifestJson. Throws ManifestError naming
 /// what is wrong; never lets a parser's own text through.

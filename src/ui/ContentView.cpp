@@ -109,7 +109,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
           Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting,
-          Field::sourceFacts, Field::exportTags})
+          Field::sourceFacts, Field::exportTags, Field::exportKit})
         redraw(field);
     model_->readSourceFactsInBackground();
 }
@@ -515,6 +515,11 @@ QWidget* ContentView::buildSelectionRow() {
     tagsBox_->setToolTip(QStringLiteral("Exported files also carry the loop's tempo, a loop over the whole file and "
                                         "a marker at every slice, for samplers and DAWs"));
     row->addWidget(tagsBox_);
+    kitBox_ = new QCheckBox(QStringLiteral("Slice kit"), rowWidget);
+    kitBox_->setObjectName(QStringLiteral("kitBox"));
+    kitBox_->setToolTip(QStringLiteral("Export also writes the slices, an SFZ instrument and a MIDI file per loop "
+                                       "that plays it, into the kit folder inside the Output Folder"));
+    row->addWidget(kitBox_);
     auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), rowWidget);
     row->addWidget(keepLabel);
     keepExistingBox_ = new QComboBox(rowWidget);
@@ -533,6 +538,7 @@ QWidget* ContentView::buildSelectionRow() {
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
     connect(manifestBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportManifest(on); });
     connect(tagsBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportTags(on); });
+    connect(kitBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportKit(on); });
     connect(keepExistingBox_, &QComboBox::currentIndexChanged, this,
             [this](int index) { model_->setKeepExisting(index == 1); });
     return rowWidget;
@@ -758,6 +764,11 @@ void ContentView::redraw(Field field) {
     case Field::exportTags: {
         const QSignalBlocker blocker(tagsBox_);
         tagsBox_->setChecked(m.exportTags());
+        break;
+    }
+    case Field::exportKit: {
+        const QSignalBlocker blocker(kitBox_);
+        kitBox_->setChecked(m.exportKit());
         break;
     }
     case Field::playingTarget: redrawPlayingTarget(); break;

@@ -153,6 +153,7 @@ private:
     QPushButton* exportButton_ = nullptr;
     QCheckBox* manifestBox_ = nullptr;
     QCheckBox* tagsBox_ = nullptr;
+    QCheckBox* kitBox_ = nullptr;
     QComboBox* keepExistingBox_ = nullptr;
     QCheckBox* joinFadeBox_ = nullptr;
     QSpinBox* joinFadeMsBox_ = nullptr;

@@ -208,6 +208,13 @@ HelpPage optionsHistoryShortcutsPage() {
     section("Export Options",
             {"Write manifest: Export Selected also writes a JSON file describing the run (its settings, the seed it "
              "used and every source's SHA-256), from which marquetry-cli replay writes the same files again.",
+             "Tempo tags: each exported file also carries the loop's tempo and beats, a loop over the whole file and "
+             "a marker at the start of every slice, so a DAW sets the clip to its tempo and a sampler shows the "
+             "slices.",
+             "Slice kit: Export Selected also writes, into the kit folder inside the Output Folder, one WAV per slice "
+             "the ticked loops use, an SFZ instrument playing slice 1 on C1 and each next slice a semitone up, and a "
+             "MIDI file per loop that plays it from the kit. Load the instrument on a track and drag a MIDI file "
+             "onto it to hear that loop; move its notes to take it further.",
              "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
              "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file."});
     section("History",

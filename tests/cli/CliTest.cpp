@@ -268,6 +268,25 @@ TEST_F(Replay, SoundOptionsAreRecordedAndReplayedAndAbsentMeansOff) {
     }
 }
 
+// The tags' tempo (here the user's, which the run itself never saw) and the
+// kit are recorded too, and a replay writes the same tagged files and kit.
+TEST_F(Replay, ExportOptionsAreRecordedAndReplayedWithTheTagTempo) {
+    const std::string amen = at("source/amen_s16.wav");
+    const Outcome first = run({"generate", "--source", amen, "--seed", "3", "--variations", "3", "--pick", "1,3",
+                               "--tempo", amen + "=141.5", "--tags", "--kit", at("first/kit"), "--output",
+                               at("first"), "--manifest", at("run.json")});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const auto manifest = nlohmann::json::parse(readText(at("run.json")));
+    EXPECT_EQ(manifest["export"], nlohmann::json({{"tags", true}, {"kit", true}, {"tagTempo", 141.5}}));
+    EXPECT_EQ(manifest["settings"]["tempoOverrides"], nlohmann::json::object());
+
+    const Outcome again = run({"replay", at("run.json"), "--output", at("again")});
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_EQ(folderContents(at("again")), folderContents(at("first")));
+    EXPECT_EQ(folderContents(at("again/kit")), folderContents(at("first/kit")));
+    EXPECT_TRUE(fs::exists(at("again/kit/amen_s16_mqtry_grid03.mid")));
+}
+
 TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
     ASSERT_EQ(generateWithManifest().exitCode, 0);
     const std::string good = readText(at("run.json"));
@@ -279,6 +298,8 @@ TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
     wrongType.replace(wrongType.find("\"slices\": 16"), 12, "\"slices\": \"16\"");
     std::string hugeSeed = good;
     hugeSeed.replace(hugeSeed.find("\"seed\": "), 8, "\"seed\": -");
+    auto noTagTempo = nlohmann::json::parse(good);
+    noTagTempo["export"] = {{"tags", true}};
 
     const std::pair<std::string, std::string> cases[] = {
         {write("notjson.json", "{\"format\": "), "Replay refused: The manifest is not usable: it is not valid JSON."},
@@ -288,6 +309,8 @@ TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
          "Replay refused: The manifest is not usable: \"slices\" in \"settings\" is not a whole number."},
         {write("negative.json", hugeSeed),
          "Replay refused: The manifest is not usable: \"seed\" in \"settings\" is not a whole number from 0."},
+        {write("notempo.json", noTagTempo.dump()),
+         "Replay refused: The manifest is not usable: \"export\" has no \"tagTempo\"."},
         {at("missing.json"), "Replay refused: " + at("missing.json") + ": No such file or directory."},
     };
     for (const auto& [manifest, message] : cases) {

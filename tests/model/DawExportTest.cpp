@@ -183,6 +183,36 @@ TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
     }
 }
 
+// The window's option puts the kit in the output folder; under Keep both a
+// second kit takes one number for all its files, and its instrument names
+// its own slices, never the first kit's.
+TEST_F(DawExport, TheKitOptionWritesIntoTheOutputFolderAndKeepBothNumbersAWholeKit) {
+    AppModel& m = withVariations(chop::ChopModel::grid, 2);
+    m.setExportKit(true);
+    EXPECT_EQ(settings.string(AppModel::exportKitKey), "true");
+    m.setKeepExisting(true);
+    const std::string kit = home + "/out/kit";
+    const auto first = m.exportSelected();
+    ASSERT_TRUE(first.exported) << m.status();
+    EXPECT_EQ(m.status(), "Exported 2 loop(s) to " + home + "/out and a slice kit to " + kit);
+    EXPECT_EQ(first.kitFiles.front(), kit + "/a_mqtry_grid_slice01.wav");
+
+    const auto second = m.exportSelected();
+    ASSERT_TRUE(second.exported) << m.status();
+    ASSERT_EQ(second.kitFiles.size(), first.kitFiles.size());
+    for (std::size_t i = 0; i < first.kitFiles.size(); ++i) {
+        const fs::path name = fs::path(first.kitFiles[i]).filename();
+        EXPECT_EQ(fs::path(second.kitFiles[i]).filename(),
+                  name.stem().string() + "-2" + name.extension().string());
+        if (name.extension() != ".sfz") {
+            EXPECT_EQ(audio::readWholeFile(first.kitFiles[i]), audio::readWholeFile(second.kitFiles[i])) << name;
+        }
+    }
+    const std::string sfz = audio::test::readText(kit + "/a_mqtry_grid-2.sfz");
+    EXPECT_THAT(sfz, HasSubstr("sample=a_mqtry_grid_slice01-2.wav key=36\n"));
+    EXPECT_THAT(sfz, Not(HasSubstr("slice01.wav")));
+}
+
 TEST_F(DawExport, AKitFolderThatCannotBeMadeFailsBeforeAnyFileIsWritten) {
     AppModel& m = withVariations(chop::ChopModel::grid, 2);
     addFile("blocker", audio::Bytes{1}, home);

@@ -54,11 +54,12 @@ inline std::vector<std::string> namesIn(const std::filesystem::path& folder) {
     return names;
 }
 
-/// Every file of a folder by name, with its bytes.
+/// Every file of a folder by name, with its bytes; a subfolder by its name
+/// and "/".
 inline std::map<std::string, std::string> folderContents(const std::filesystem::path& folder) {
     std::map<std::string, std::string> contents;
     for (const std::string& name : namesIn(folder))
-        contents[name] = readText(folder / name);
+        contents[name] = std::filesystem::is_directory(folder / name) ? "/" : readText(folder / name);
     return contents;
 }
 

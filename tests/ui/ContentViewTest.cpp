@@ -189,14 +189,21 @@ private slots:
             QVERIFY2(m.generatedLoops()[i].pcmData == first[i], qPrintable(QString("variation %1").arg(i + 1)));
     }
 
-    void manifestOptionIsRememberedAndWrittenBesideTheExport() {
+    void exportOptionsAreRememberedAndTheManifestWrittenBesideTheExport() {
         start({"a.wav"});
         click(find("manifestBox"));
+        click(find("kitBox"));
+        click(find("kitBox"));
+        click(find("tagsBox"));
         QVERIFY(view_->model().exportManifest());
-        // The next launch, over the same settings, starts with it ticked.
+        QVERIFY(view_->model().exportTags() && !view_->model().exportKit());
+        // The next launch, over the same settings, starts with them as left.
         view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         QVERIFY(find<QCheckBox>("manifestBox")->isChecked());
+        QVERIFY(find<QCheckBox>("tagsBox")->isChecked());
+        QVERIFY(!find<QCheckBox>("kitBox")->isChecked());
+        click(find("tagsBox"));
 
         find<QSpinBox>("variationsBox")->setValue(2);
         click(find("generateButton"));
@@ -205,6 +212,7 @@ private slots:
         const QDir output(QString::fromStdString(platform_->outputFolder()));
         QCOMPARE(output.entryList(QDir::Files), (QStringList{"a_mqtry_grid01.wav", "a_mqtry_grid02.wav",
                                                              "a_mqtry_grid_manifest.json"}));
+        QVERIFY(!output.exists(QStringLiteral("kit")));
     }
 
     void smoothJoinsWritesTheFadeLengthAndIsRemembered() {
