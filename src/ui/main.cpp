@@ -10,10 +10,12 @@
 #include <QFile>
 #include <QMenuBar>
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -44,7 +46,7 @@ struct QtServices {
 /// --source-dir, or a loop the desktop's "Open With" hands over.
 /// Exits with the usage text on --help, the version on --version, and an
 /// error on an unknown option.
-model::LaunchSource launchSource(const QApplication& app) {
+model::LaunchSource launchSource(const QCoreApplication& app) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Marquetry turns drum loops into new breaks."));
     parser.addHelpOption();
@@ -76,6 +78,16 @@ int main(int argc, char** argv) {
     QApplication::setApplicationVersion(QStringLiteral(MARQUETRY_VERSION));
     // Lets the desktop match the window to its entry, and so to its icon.
     QGuiApplication::setDesktopFileName(QStringLiteral(MARQUETRY_APP_ID));
+    // Asking for the usage or the version needs no display, as with any
+    // command-line tool: the parser prints and exits before a window exists.
+    const bool answerOnly = std::any_of(argv + 1, argv + argc, [](std::string_view argument) {
+        return argument == "--help" || argument == "-h" || argument == "-?" || argument == "--help-all"
+               || argument == "--version" || argument == "-v";
+    });
+    if (answerOnly) {
+        const QCoreApplication core(argc, argv);
+        launchSource(core);
+    }
     QApplication app(argc, argv);
     try {
         model::LaunchSource launch = launchSource(app);
