@@ -7,10 +7,12 @@
 
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
+#include "chop/TempoEstimate.hpp"
 #include "chop/TransientDetection.hpp"
 #include "model/AppModel.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Generation.hpp"
+#include "model/SystemServices.hpp"
 #include "chop/VariationPlan.hpp"
 
 #include "support/PlatformFakes.hpp"
@@ -19,6 +21,8 @@
 
 #include <aubio/aubio.h>
 #include <benchmark/benchmark.h>
+#include <atomic>
+#include <thread>
 
 #include <cstdio>
 #include <cstring>
@@ -106,6 +110,21 @@ void generation(benchmark::State& state, std::int64_t joinFadeMs) {
         benchmark::DoNotOptimize(result.loops.data());
     }
     state.SetBytesProcessed(state.iterations() * bytes);
+}
+
+// The run while the source list's facts pass works beside it, at the pass's
+// own priority or at the default one: what the pass takes from Generate.
+void generationBesideFacts(benchmark::State& state, bool whenIdle, const audio::WavData& loop) {
+    std::atomic<bool> stop{false};
+    std::thread facts([&] {
+        if (whenIdle)
+            model::runThisThreadWhenIdle();
+        while (!stop.load())
+            benchmark::DoNotOptimize(chop::estimateTempo(loop));
+    });
+    generation(state, 0);
+    stop.store(true);
+    facts.join();
 }
 
 // Every draw of the same run and no byte: what rendering leaves to be paid.
@@ -314,6 +333,11 @@ int main(int argc, char** argv) {
                                                      : "BM_Generation/Grid/128slices/100variations/fade5ms",
                                          [fadeMs](benchmark::State& s) { generation(s, fadeMs); })
                 ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+        for (const bool whenIdle : {false, true})
+            benchmark::RegisterBenchmark(whenIdle ? "BM_Generation/Grid/128slices/100variations/besideIdleFacts"
+                                                  : "BM_Generation/Grid/128slices/100variations/besideFacts",
+                                         [whenIdle, &loop](benchmark::State& s) { generationBesideFacts(s, whenIdle, loop); })
+                ->ArgName("threads")->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark("BM_Planning/Grid/128slices/100variations", [&](benchmark::State& s) {
             planning(s, loop);
         })->Unit(benchmark::kMillisecond);

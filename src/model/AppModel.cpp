@@ -271,9 +271,10 @@ void AppModel::startFactsPass() {
         }
         handBack();
     };
-    // Without a worker the list simply shows no facts.
+    // Without a worker the list simply shows no facts. Facts are a
+    // courtesy: Generate and playback come first, on any number of cores.
     try {
-        platform_.tasks.runInBackground(std::move(work));
+        platform_.tasks.runWhenIdle(std::move(work));
     } catch (const std::exception&) {
     }
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <utility>
 #include <optional>
 #include <string>
 
@@ -45,6 +46,9 @@ public:
     virtual ~TaskRunner() = default;
     /// Runs `work` on a thread of its own, at default priority. Thread safe.
     virtual void runInBackground(std::function<void()> work) = 0;
+    /// The same for work nobody waits for, which should take the processor
+    /// only when nothing else wants it; by default as runInBackground.
+    virtual void runWhenIdle(std::function<void()> work) { runInBackground(std::move(work)); }
     /// Runs `work` on the main thread, after the current event. Thread safe.
     virtual void runOnMain(std::function<void()> work) = 0;
 };

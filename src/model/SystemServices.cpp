@@ -22,7 +22,12 @@
 
 #if defined(__linux__)
 #include <fstream>
+#include <pthread.h>
+#include <sched.h>
 #include <string>
+#elif defined(__APPLE__)
+#include <pthread.h>
+#include <sys/qos.h>
 #endif
 
 #include <algorithm>
@@ -109,6 +114,17 @@ std::uint64_t availableMemoryBytes() {
     }
 #endif
     return available;
+}
+
+void runThisThreadWhenIdle() {
+#if defined(__linux__)
+    const sched_param none{};
+    ::pthread_setschedparam(::pthread_self(), SCHED_IDLE, &none);
+#elif defined(__APPLE__)
+    ::pthread_set_qos_class_self_np(QOS_CLASS_BACKGROUND, 0);
+#elif defined(_WIN32)
+    ::SetThreadPriority(::GetCurrentThread(), THREAD_PRIORITY_IDLE);
+#endif
 }
 
 } // namespace marquetry::model

@@ -26,4 +26,10 @@ std::uint64_t availableMemoryBytes();
 /// The current user's home folder, from the environment.
 std::string systemHomeFolder();
 
+/// Lets the calling thread run only when nothing else wants the processor,
+/// for work nobody waits for, so that it never slows a run or playback down.
+/// Meant for a thread of its own that ends with the work. Does nothing where
+/// the system offers no such class.
+void runThisThreadWhenIdle();
+
 } // namespace marquetry::model

@@ -1,5 +1,7 @@
 #include "ui/QtPlatform.hpp"
 
+#include "model/SystemServices.hpp"
+
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileDialog>
@@ -98,6 +100,13 @@ QtTaskRunner::~QtTaskRunner() {
         for (Worker& worker : round)
             worker.thread.join();
     }
+}
+
+void QtTaskRunner::runWhenIdle(std::function<void()> work) {
+    runInBackground([work = std::move(work)] {
+        model::runThisThreadWhenIdle();
+        work();
+    });
 }
 
 void QtTaskRunner::runInBackground(std::function<void()> work) {

@@ -61,6 +61,7 @@ public:
 
     /// Thread safe. Joins runs that have finished meanwhile.
     void runInBackground(std::function<void()> work) override;
+    void runWhenIdle(std::function<void()> work) override;
     /// Thread safe; needs a QCoreApplication.
     void runOnMain(std::function<void()> work) override;
 
