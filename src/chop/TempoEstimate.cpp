@@ -172,6 +172,8 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
         return std::nullopt;
     const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
     const double seconds = static_cast<double>(frames) / wav.sampleRate;
+    if (seconds > maxLoopSeconds)
+        return std::nullopt;
     const auto fewestBeats = static_cast<std::int64_t>(std::ceil(seconds * lowestBpm / 60));
     const auto mostBeats = static_cast<std::int64_t>(std::floor(seconds * highestBpm / 60));
     const std::int64_t hop = std::max<std::int64_t>(1, std::llround(wav.sampleRate * hopSeconds));

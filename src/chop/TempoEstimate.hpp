@@ -19,6 +19,10 @@ struct TempoEstimate {
 /// The tempos a loop may be given: slower or faster ones are refused.
 inline constexpr double minTempoBpm = 20;
 inline constexpr double maxTempoBpm = 999;
+/// The longest sound estimateTempo reads as a loop: 32 bars at 64 BPM. A
+/// longer one is a song or a take, whose length says nothing of its beat,
+/// and the search grows with the square of the length.
+inline constexpr double maxLoopSeconds = 120;
 
 /// The tempo of `wav`, taken to be a loop of a whole number of beats: of the
 /// beat counts giving 55 to 215 BPM over its length, the one whose beat grid
@@ -26,8 +30,8 @@ inline constexpr double maxTempoBpm = 999;
 /// by chance (onsets weighted to loud, low hits), discounted when its bars of
 /// four beats do not repeat, with a mild preference for tempos near 120 BPM.
 /// Reads 8-bit unsigned, 16-, 24- and 32-bit integer and 32-bit float samples
-/// of any channel count. nullopt when the loop is too short or silent to
-/// tell, or its samples are in another layout. Pure and deterministic; safe
+/// of any channel count. nullopt when the loop is too short, too long (see
+/// maxLoopSeconds) or silent to tell, or its samples are in another layout. Pure and deterministic; safe
 /// on any thread.
 std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav);
 

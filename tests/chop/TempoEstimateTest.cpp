@@ -76,7 +76,12 @@ TEST(TempoEstimate, GivesNoneForWhatCannotBeTold) {
     oddWidth.bitsPerSample = 12;
     audio::WavData noRate = audio::loadWav(testLoopPath("amen_s16.wav"));
     noRate.sampleRate = 0;
-    for (const audio::WavData& wav : {silent, tooShort, oddWidth, noRate, audio::WavData{}})
+    // A take longer than any loop: the amen played over and over.
+    audio::WavData tooLong = audio::loadWav(testLoopPath("amen_s16.wav"));
+    const audio::Bytes once = tooLong.pcmData;
+    while (tooLong.pcmData.size() <= static_cast<std::size_t>(maxLoopSeconds * 176400))
+        tooLong.pcmData.insert(tooLong.pcmData.end(), once.begin(), once.end());
+    for (const audio::WavData& wav : {silent, tooShort, oddWidth, noRate, tooLong, audio::WavData{}})
         EXPECT_EQ(estimateTempo(wav), std::nullopt);
 }
 
