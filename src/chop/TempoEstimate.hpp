@@ -31,8 +31,8 @@ inline constexpr double maxLoopSeconds = 120;
 /// four beats do not repeat, with a mild preference for tempos near 120 BPM.
 /// Reads 8-bit unsigned, 16-, 24- and 32-bit integer and 32-bit float samples
 /// of any channel count. nullopt when the loop is too short, too long (see
-/// maxLoopSeconds) or silent to tell, or its samples are in another layout. Pure and deterministic; safe
-/// on any thread.
+/// maxLoopSeconds) or silent to tell, or its samples are in another layout.
+/// Pure and deterministic; safe on any thread.
 std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav);
 
 /// The estimate for a tempo of `bpm` over `frames` frames at `sampleRate`:

@@ -615,27 +615,39 @@ std::optional<chop::TempoEstimate> AppModel::exportTempo() const {
 }
 
 audio::Bytes AppModel::exportedBytes(const GeneratedLoop& loop) const {
-    const auto tempo = exportTempo();
-    if (!exportTags_ || !usableTempo(tempo))
-        return audio::buildWavFileData(*sourceWavData_, loop.pcmData);
-    const audio::FrameCount frames = audio::frameCount(loop.pcmData.size(), sourceWavData_->blockAlign);
-    return audio::buildWavFileData(
-        *sourceWavData_, loop.pcmData,
-        audio::loopTagChunks(loopTagsFor(loop, *sourceWavData_, tempo->bpm), *sourceWavData_, frames));
+    return taggedWhenAsked(loop.pcmData, loop.placements, exportTempo());
 }
 
-std::optional<std::string> AppModel::writeDragFile(const playback::Uuid& id, const std::string& folder) {
-    const GeneratedLoop* loop = findGeneratedLoop(id);
-    if (loop == nullptr)
-        return std::nullopt;
-    if (!sourceWavData_) {
+audio::Bytes AppModel::exportedSourceBytes() const {
+    return taggedWhenAsked(sourceWavData_->pcmData, {}, selectedFile_ ? tempoFor(*selectedFile_) : std::nullopt);
+}
+
+audio::Bytes AppModel::taggedWhenAsked(const audio::Bytes& pcm, std::span<const chop::Placement> placements,
+                                       const std::optional<chop::TempoEstimate>& tempo) const {
+    const audio::WavData& format = *sourceWavData_;
+    if (!exportTags_ || !usableTempo(tempo))
+        return audio::buildWavFileData(format, pcm);
+    return audio::buildWavFileData(
+        format, pcm,
+        audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, tempo->bpm), format,
+                             audio::frameCount(pcm.size(), format.blockAlign)));
+}
+
+std::optional<std::string> AppModel::writeDragFile(const playback::PlaybackTarget& target, const std::string& folder) {
+    const GeneratedLoop* loop = nullptr;
+    if (target.kind == playback::PlaybackTarget::Kind::generated) {
+        loop = findGeneratedLoop(target.id);
+        if (loop == nullptr)
+            return std::nullopt;
+    }
+    if (!sourceWavData_ || !selectedFile_) {
         setStatus("Load a source loop first.");
         return std::nullopt;
     }
     try {
         createFolder(folder);
-        const std::string path = joinPath(folder, loop->name);
-        writeFileAtomically(path, exportedBytes(*loop));
+        const std::string path = joinPath(folder, loop != nullptr ? loop->name : fileName(*selectedFile_));
+        writeFileAtomically(path, loop != nullptr ? exportedBytes(*loop) : exportedSourceBytes());
         return path;
     } catch (const std::exception& error) {
         setStatus("Drag failed: " + describe(error));

@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -244,12 +245,19 @@ public:
     /// export options in force. Throws what the WAV writer throws; needs a
     /// loaded source.
     audio::Bytes exportedBytes(const GeneratedLoop& loop) const;
-    /// Main thread. For a drag out of the window: writes what Export
-    /// Selected would write for the variation `id` into `folder` (created
-    /// when missing) under the variation's name, atomically, and returns the
-    /// path. Otherwise reports why in status ("Load a source loop first." or
-    /// "Drag failed: ...") and returns none. Touches no other field.
-    std::optional<std::string> writeDragFile(const playback::Uuid& id, const std::string& folder);
+    /// Main thread. The source loop as Export Selected would write it: the
+    /// loaded loop in the plain layout, tagged at its own tempo (no cues)
+    /// when the exportTags option is on and the tempo is usable. Needs a
+    /// loaded source.
+    audio::Bytes exportedSourceBytes() const;
+    /// Main thread. For a drag out of the window: writes exportedBytes of
+    /// the variation `target`, or exportedSourceBytes for the source, into
+    /// `folder` (created when missing) under the variation's or the source
+    /// file's name, atomically, and returns the path. An unknown variation
+    /// gives none; otherwise reports why in status ("Load a source loop
+    /// first." or "Drag failed: ...") and returns none. Touches no other
+    /// field.
+    std::optional<std::string> writeDragFile(const playback::PlaybackTarget& target, const std::string& folder);
     /// Main thread. Sets the export tick of the variation with `id` (one
     /// generatedLoops notification); an unknown id changes nothing.
     void toggleSelection(const playback::Uuid& id, bool isSelected);
@@ -307,6 +315,10 @@ private:
     std::string expanded(const std::string& path) const;
     // The tempo tags and kits are written at: the run's reference loop's.
     std::optional<chop::TempoEstimate> exportTempo() const;
+    // `pcm` in the source's format, with loop tags at `tempo` (and a cue per
+    // placement) when the exportTags option asks and the tempo is usable.
+    audio::Bytes taggedWhenAsked(const audio::Bytes& pcm, std::span<const chop::Placement> placements,
+                                 const std::optional<chop::TempoEstimate>& tempo) const;
 
     Platform platform_;
     std::vector<std::function<void(Field)>> observers_;

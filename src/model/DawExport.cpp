@@ -125,13 +125,14 @@ std::int64_t ticksAt(audio::FrameIndex frame, double bpm, std::uint32_t sampleRa
     return std::llround(static_cast<double>(frame) * bpm * ticksPerQuarter / (60.0 * sampleRate));
 }
 
-audio::LoopTags loopTagsFor(const GeneratedLoop& loop, const audio::WavData& format, double bpm) {
+audio::LoopTags loopTagsFor(std::size_t pcmBytes, std::span<const chop::Placement> placements,
+                            const audio::WavData& format, double bpm) {
     audio::LoopTags tags;
     tags.bpm = bpm;
-    const audio::FrameCount frames = audio::frameCount(loop.pcmData.size(), format.blockAlign);
+    const audio::FrameCount frames = audio::frameCount(pcmBytes, format.blockAlign);
     const double seconds = format.sampleRate == 0 ? 0.0 : static_cast<double>(frames) / format.sampleRate;
     tags.beats = std::max<std::int64_t>(1, std::llround(seconds * bpm / 60.0));
-    for (const chop::Placement& placement : loop.placements)
+    for (const chop::Placement& placement : placements)
         if (placement.byteCount > 0)
             tags.cues.push_back({placement.byteOffset / std::max<std::int64_t>(1, format.blockAlign),
                                  sliceLabel(placement)});

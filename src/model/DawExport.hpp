@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,12 @@ inline constexpr std::int64_t maxKitSlices = 127 - firstKitNote + 1;
 /// chop::minTempoBpm to chop::maxTempoBpm.
 bool usableTempo(const std::optional<chop::TempoEstimate>& tempo);
 
-/// The tags of one variation of `format` at `bpm`: its beats counted over
-/// its own length (at least one), and a cue at every placement named after
-/// the pool slice and what the Glitch model did to it. Pure.
-audio::LoopTags loopTagsFor(const GeneratedLoop& loop, const audio::WavData& format, double bpm);
+/// The tags of `pcmBytes` of audio in `format` at `bpm`: its beats counted
+/// over its own length (at least one), and a cue at every placement named
+/// after the pool slice and what the Glitch model did to it (a source loop
+/// has none). Pure.
+audio::LoopTags loopTagsFor(std::size_t pcmBytes, std::span<const chop::Placement> placements,
+                            const audio::WavData& format, double bpm);
 
 /// One file of a slice kit, still in memory.
 struct KitFile {

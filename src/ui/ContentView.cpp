@@ -67,8 +67,8 @@ QString ContentView::dragFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/drag");
 }
 
-void ContentView::dragOut(const playback::Uuid& id) {
-    const auto path = model_->writeDragFile(id, dragFolder().toStdString());
+void ContentView::dragOut(const PlaybackTarget& target) {
+    const auto path = model_->writeDragFile(target, dragFolder().toStdString());
     if (!path)
         return;
     auto* mime = new QMimeData;
@@ -484,7 +484,7 @@ QWidget* ContentView::buildPanels() {
         },
         right);
     loopList_->setObjectName(QStringLiteral("loopList"));
-    loopList_->setOnDrag([this](const playback::Uuid& id) { dragOut(id); });
+    loopList_->setOnDrag([this](const playback::Uuid& id) { dragOut(PlaybackTarget::generated(id)); });
     stack->addWidget(loopList_, 1);
 
     row->addWidget(right, 1);
@@ -492,6 +492,7 @@ QWidget* ContentView::buildPanels() {
     connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
     acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });
     connect(sourceWaveform_, &WaveformView::clicked, this, [this] { model_->toggleSourcePlayback(); });
+    connect(sourceWaveform_, &WaveformView::dragStarted, this, [this] { dragOut(PlaybackTarget::source()); });
     return panels;
 }
 

@@ -80,9 +80,9 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    // Writes the variation `id` as Export Selected would, into dragFolder(),
-    // and drags that file out; a failed write starts no drag.
-    void dragOut(const playback::Uuid& id);
+    // Writes the variation or the source as Export Selected would, into
+    // dragFolder(), and drags that file out; a failed write starts no drag.
+    void dragOut(const playback::PlaybackTarget& target);
     DragRunner dragRunner_;
     using Field = model::AppModel::Field;
 

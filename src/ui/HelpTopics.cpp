@@ -215,6 +215,9 @@ HelpPage optionsHistoryShortcutsPage() {
              "the ticked loops use, an SFZ instrument playing slice 1 on C1 and each next slice a semitone up, and a "
              "MIDI file per loop that plays it from the kit. Load the instrument on a track and drag a MIDI file "
              "onto it to hear that loop; move its notes to take it further.",
+             "Drag a variation's waveform, or the source waveform, out of the window onto a DAW track, a sampler "
+             "or a folder to hand over that loop as Export Selected would write it, Tempo tags included; nothing is "
+             "written into the Output Folder. A click still plays it.",
              "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
              "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file."});
     section("History",

@@ -103,7 +103,7 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
         const audio::Bytes file = audio::readWholeFile(outcome.files[i]);
         EXPECT_EQ(file, m.exportedBytes(loop));
         EXPECT_EQ(audio::parseWav(file).pcmData, loop.pcmData);
-        const audio::LoopTags tags = loopTagsFor(loop, *m.sourceWavData(), tempo->bpm);
+        const audio::LoopTags tags = loopTagsFor(loop.pcmData.size(), loop.placements, *m.sourceWavData(), tempo->bpm);
         EXPECT_EQ(tags.cues.size(), loop.placements.size());
         EXPECT_EQ(tags.cues.front().frame, 0);
         EXPECT_EQ(tags.cues.front().label.substr(0, 6), "slice ");
@@ -115,6 +115,41 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
     m.exportSelected();
     EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
               audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
+}
+
+TEST_F(DawExport, ADragCarriesWhatExportWouldWriteAndAFailedOneSaysWhy) {
+    AppModel& m = withVariations(chop::ChopModel::grid, 2);
+    m.setExportTags(true);
+    const std::string folder = home + "/cache/drag";
+    const GeneratedLoop& loop = m.generatedLoops()[1];
+    const auto variation = m.writeDragFile(playback::PlaybackTarget::generated(loop.id), folder);
+    ASSERT_TRUE(variation) << m.status();
+    EXPECT_EQ(*variation, folder + "/" + loop.name);
+    EXPECT_EQ(audio::readWholeFile(*variation), m.exportedBytes(loop));
+
+    // The source goes out under its own name, tagged at its own tempo, with
+    // no slices to mark.
+    const auto source = m.writeDragFile(playback::PlaybackTarget::source(), folder);
+    ASSERT_TRUE(source) << m.status();
+    EXPECT_EQ(*source, folder + "/a.wav");
+    const audio::Bytes file = audio::readWholeFile(*source);
+    EXPECT_EQ(file, m.exportedSourceBytes());
+    EXPECT_EQ(audio::parseWav(file).pcmData, m.sourceWavData()->pcmData);
+    const audio::WavData& format = *m.sourceWavData();
+    const audio::LoopTags tags = loopTagsFor(format.pcmData.size(), {}, format, m.tempoFor(*m.selectedFile())->bpm);
+    EXPECT_TRUE(tags.cues.empty());
+    const audio::FrameCount frames = audio::frameCount(format.pcmData.size(), format.blockAlign);
+    EXPECT_EQ(file, audio::buildWavFileData(format, format.pcmData, audio::loopTagChunks(tags, format, frames)));
+    m.setExportTags(false);
+    EXPECT_EQ(m.exportedSourceBytes(), audio::buildWavFileData(format, format.pcmData));
+    EXPECT_FALSE(fs::exists(home + "/out")) << "a drag writes nothing into the Output folder";
+
+    const std::string status = m.status();
+    EXPECT_FALSE(m.writeDragFile(playback::PlaybackTarget::generated(playback::Uuid{}), folder));
+    EXPECT_EQ(m.status(), status) << "an unknown variation is no failure to report";
+    addFile("blocked", audio::Bytes{1}, home);
+    EXPECT_FALSE(m.writeDragFile(playback::PlaybackTarget::source(), home + "/blocked/drag"));
+    EXPECT_THAT(m.status(), HasSubstr("Drag failed: "));
 }
 
 TEST_F(DawExport, AnUnknownTempoWritesPlainFilesAndNoKitAndSaysSo) {

@@ -460,11 +460,11 @@ private slots:
         QVERIFY(find<QLabel>("emptySourceHint")->text().startsWith(QStringLiteral("No loops here yet.")));
     }
 
-    // Dragging a variation out hands over a file of the bytes Export Selected
-    // would write, with the export options in force, written under the cache
-    // folder and nowhere in the output folder; a click still plays, and so
-    // does a press that moves less than the drag distance.
-    void draggingAVariationOutCarriesTheExportedFile() {
+    // Dragging a variation or the source out hands over a file of the bytes
+    // Export Selected would write, with the export options in force, written
+    // under the cache folder and nowhere in the output folder; a click still
+    // plays, and so does a press that moves less than the drag distance.
+    void draggingAWaveformOutCarriesTheExportedFile() {
         QStandardPaths::setTestModeEnabled(true);
         model::AppModel& m = start();
         click(find("generateButton"));
@@ -472,22 +472,23 @@ private slots:
         m.setExportTags(true);
         std::vector<QList<QUrl>> drags;
         view_->setDragRunner([&drags](QDrag& drag) { drags.push_back(drag.mimeData()->urls()); });
-        QWidget* waveform = loopRows().at(1)->waveformView();
-        const auto send = [waveform](QEvent::Type type, QPoint at, Qt::MouseButtons buttons) {
-            QMouseEvent event(type, at, waveform->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
-            QApplication::sendEvent(waveform, &event);
+        const auto press = [](QWidget* waveform, int distance) {
+            const auto send = [waveform](QEvent::Type type, QPoint at, Qt::MouseButtons buttons) {
+                QMouseEvent event(type, at, waveform->mapToGlobal(at), Qt::LeftButton, buttons, Qt::NoModifier);
+                QApplication::sendEvent(waveform, &event);
+            };
+            const QPoint from(20, 20);
+            send(QEvent::MouseButtonPress, from, Qt::LeftButton);
+            send(QEvent::MouseMove, from + QPoint(distance, 0), Qt::LeftButton);
+            send(QEvent::MouseButtonRelease, from + QPoint(distance, 0), Qt::NoButton);
         };
-        const QPoint from(20, 20);
         const int distance = QApplication::startDragDistance();
-        send(QEvent::MouseButtonPress, from, Qt::LeftButton);
-        send(QEvent::MouseMove, from + QPoint(distance - 1, 0), Qt::LeftButton);
-        send(QEvent::MouseButtonRelease, from + QPoint(distance - 1, 0), Qt::NoButton);
+        QWidget* row = loopRows().at(1)->waveformView();
+        press(row, distance - 1);
         QVERIFY(drags.empty());
         QVERIFY(m.playingTarget() == playback::PlaybackTarget::generated(m.generatedLoops()[1].id));
 
-        send(QEvent::MouseButtonPress, from, Qt::LeftButton);
-        send(QEvent::MouseMove, from + QPoint(distance + 1, 0), Qt::LeftButton);
-        send(QEvent::MouseButtonRelease, from + QPoint(distance + 1, 0), Qt::NoButton);
+        press(row, distance + 1);
         QCOMPARE(drags.size(), 1u);
         QVERIFY2(m.playingTarget().has_value(), "a drag is no click: the preview plays on");
         QCOMPARE(drags[0].size(), 1);
@@ -497,6 +498,13 @@ private slots:
         QVERIFY(audio::readWholeFile(file.toStdString()) == m.exportedBytes(m.generatedLoops()[1]));
         QVERIFY(!QFileInfo::exists(QString::fromStdString(m.outputDir() + "/" + m.generatedLoops()[1].name)));
         QFile::remove(file);
+
+        press(find("sourceWaveform"), distance + 1);
+        QCOMPARE(drags.size(), 2u);
+        const QString source = drags[1].at(0).toLocalFile();
+        QCOMPARE(QFileInfo(source).fileName(), QStringLiteral("a.wav"));
+        QVERIFY(audio::readWholeFile(source.toStdString()) == m.exportedSourceBytes());
+        QFile::remove(source);
     }
 
 private:
