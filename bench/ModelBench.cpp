@@ -18,6 +18,7 @@
 #include "support/PlatformFakes.hpp"
 #include "support/FakeAudioOutput.hpp"
 #include "Baselines.hpp"
+#include "LoopFolder.hpp"
 
 #include <aubio/aubio.h>
 #include <benchmark/benchmark.h>
@@ -295,16 +296,7 @@ struct ScanSetup {
     std::unique_ptr<model::AppModel> factsScanner;
 
     ScanSetup() {
-        const audio::WavData loop = audio::loadWav(loopPath);
-        const audio::Bytes image = audio::buildWavFileData(loop, std::span(loop.pcmData).first(400));
-        for (int i = 0; i < scannedFiles; ++i) {
-            char name[32];
-            std::snprintf(name, sizeof name, "Loop %05d.wav", (i * 7919) % scannedFiles);
-            std::FILE* file = std::fopen((scratch.path / name).c_str(), "wb");
-            if (file == nullptr || std::fwrite(image.data(), 1, image.size(), file) != image.size())
-                throw std::runtime_error("cannot write the scan folder");
-            std::fclose(file);
-        }
+        bench::writeSmallLoops(scratch.path, scannedFiles, loopPath);
         platform.settings.values[model::AppModel::sourceDirKey] = scratch.path.string();
         platform.settings.values[model::AppModel::outputDirKey] = scratch.path.string();
         scanner = std::make_unique<model::AppModel>(platform.forModel());

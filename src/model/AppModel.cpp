@@ -209,14 +209,23 @@ void AppModel::dropFacts() {
         factsPass_->store(true);
         factsPass_.reset();
     }
-    if (!sourceFacts_.empty()) {
-        sourceFacts_.clear();
-        notify(Field::sourceFacts);
-    }
-    if (!loopTempos_.empty()) {
-        loopTempos_.clear();
-        notify(Field::tempo);
-    }
+    const auto dropAll = [this](auto& known, Field which) {
+        if (known.empty())
+            return;
+        std::vector<std::string> paths;
+        paths.reserve(known.size());
+        for (const auto& entry : known)
+            paths.push_back(entry.first);
+        known.clear();
+        notifyFacts(which, std::move(paths));
+    };
+    dropAll(sourceFacts_, Field::sourceFacts);
+    dropAll(loopTempos_, Field::tempo);
+}
+
+void AppModel::notifyFacts(Field which, std::vector<std::string> paths) {
+    factsChangedPaths_ = std::move(paths);
+    notify(which);
 }
 
 void AppModel::startFactsPass() {
@@ -280,17 +289,20 @@ void AppModel::startFactsPass() {
 }
 
 void AppModel::takeFacts(std::vector<FoundFacts> found) {
-    bool tempoFound = false;
+    std::vector<std::string> paths;
+    std::vector<std::string> tempoPaths;
+    paths.reserve(found.size());
     for (FoundFacts& each : found) {
         if (each.tempo) {
             loopTempos_[each.path] = *each.tempo;
-            tempoFound = true;
+            tempoPaths.push_back(each.path);
         }
         sourceFacts_[each.path] = std::move(each.facts);
+        paths.push_back(std::move(each.path));
     }
-    notify(Field::sourceFacts);
-    if (tempoFound)
-        notify(Field::tempo);
+    notifyFacts(Field::sourceFacts, std::move(paths));
+    if (!tempoPaths.empty())
+        notifyFacts(Field::tempo, std::move(tempoPaths));
 }
 
 void AppModel::recordLoadedFacts(const std::optional<audio::WavData>& loaded, std::optional<std::string> refusal) {
@@ -301,7 +313,7 @@ void AppModel::recordLoadedFacts(const std::optional<audio::WavData>& loaded, st
     if (known == facts)
         return;
     known = std::move(facts);
-    notify(Field::sourceFacts);
+    notifyFacts(Field::sourceFacts, {*selectedFile_});
 }
 
 void AppModel::setTempoOverride(const std::string& path, std::optional<double> bpm) {
@@ -313,7 +325,7 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
         tempoOverrides_[path] = *bpm;
     else
         tempoOverrides_.erase(path);
-    notify(Field::tempo);
+    notifyFacts(Field::tempo, {path});
 }
 
 void AppModel::setExportTags(bool value) {
@@ -452,7 +464,7 @@ void AppModel::loadSelectedSourceWaveform() {
         const audio::WavData& loaded = *sourceWavData_;
         loopTempos_[*selectedFile_] = {chop::estimateTempo(loaded),
                                        audio::frameCount(loaded.pcmData.size(), loaded.blockAlign), loaded.sampleRate};
-        notify(Field::tempo);
+        notifyFacts(Field::tempo, {*selectedFile_});
         recordLoadedFacts(sourceWavData_, std::nullopt);
         setStatus("Loaded source: " + fileName(*selectedFile_));
     } catch (const std::exception& error) {

@@ -120,6 +120,10 @@ public:
     /// readSourceFactsInBackground); empty until its header has been read.
     /// Main thread.
     SourceFacts factsFor(const std::string& path) const;
+    /// The loops whose facts or tempo the `sourceFacts` or `tempo` notice
+    /// being told is about: those of no other loop changed. Read it from an
+    /// observer, during the notice. Main thread.
+    const std::vector<std::string>& factsChangedPaths() const { return factsChangedPaths_; }
     /// Starts reading the facts of every listed loop on a worker, and does
     /// so again after every later scan: the headers of all first, told as
     /// `sourceFacts`, then the tempo of each (a whole decode), told as
@@ -364,10 +368,13 @@ private:
         std::optional<LoopTempo> tempo;
     };
     void dropFacts();
+    // Tells `which` (sourceFacts or tempo) about the loops at `paths` only.
+    void notifyFacts(Field which, std::vector<std::string> paths);
     void startFactsPass();
     void takeFacts(std::vector<FoundFacts> found);
     void recordLoadedFacts(const std::optional<audio::WavData>& loaded, std::optional<std::string> refusal);
     std::map<std::string, SourceFacts> sourceFacts_;
+    std::vector<std::string> factsChangedPaths_;
     bool factsWanted_ = false;
     // The running pass: its identity tells its hand-backs from a later
     // pass's, and setting it asks its worker to stop.

@@ -6,7 +6,7 @@
 #include "ui/AppLogo.hpp"
 #include "ui/ClampingSpinBox.hpp"
 #include "ui/Controls.hpp"
-#include "ui/SourceFileRow.hpp"
+#include "ui/SourceList.hpp"
 #include "ui/VariationListPanel.hpp"
 #include "ui/WaveformView.hpp"
 
@@ -24,7 +24,6 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QSlider>
 #include <QSpinBox>
 #include <QStandardPaths>
@@ -394,29 +393,11 @@ QWidget* ContentView::buildPanels() {
     import->setToolTip(QStringLiteral("Convert audio files of any common format into the source folder as WAV. "
                                       "Files dropped on the list are imported the same way."));
     sourceColumn->addWidget(import, 0, Qt::AlignLeft);
-    auto* sourceList = sourceList_ = new QScrollArea(sourcePanel);
-    // The list, not its rows' buttons, takes the focus, for the keys of
-    // eventFilter.
-    sourceList->setFocusPolicy(Qt::StrongFocus);
-    sourceList->installEventFilter(this);
-    sourceList->setObjectName(QStringLiteral("sourceList"));
-    sourceList->setWidgetResizable(true);
-    sourceList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    auto* sourceListContent = new QWidget(sourceList);
-    sourceListLayout_ = new QVBoxLayout(sourceListContent);
-    sourceListLayout_->setContentsMargins(6, 4, 6, 4);
-    sourceListLayout_->setSpacing(0);
-    emptyListHint_ = new QLabel(QStringLiteral("No loops here yet. Choose\u2026 a folder, or drop audio files here to "
-                                               "import them."),
-                                sourceListContent);
-    emptyListHint_->setObjectName(QStringLiteral("emptySourceHint"));
-    emptyListHint_->setWordWrap(true);
-    emptyListHint_->setContentsMargins(4, 8, 4, 8);
-    setTextColor(emptyListHint_, look::secondary(palette()));
-    sourceListLayout_->addWidget(emptyListHint_);
-    sourceListLayout_->addStretch(1);
-    sourceList->setWidget(sourceListContent);
-    sourceColumn->addWidget(sourceList, 1);
+    sourceList_ = new SourceList(*model_, sourcePanel);
+    sourceList_->setObjectName(QStringLiteral("sourceList"));
+    // The keys of eventFilter.
+    sourceList_->installEventFilter(this);
+    sourceColumn->addWidget(sourceList_, 1);
     // The options that change the sound of a run, under the loops they
     // apply to; the rows above keep the window's width.
     sourceColumn->addWidget(buildSoundGroup(sourcePanel));
@@ -614,8 +595,7 @@ void ContentView::selectSource(std::size_t index) {
         return;
     if (model_->selectedFile() != files[index])
         model_->selectFile(files[index]);
-    if (index < sourceRows_.size())
-        sourceList_->ensureWidgetVisible(sourceRows_[index]);
+    sourceList_->showRow(index);
 }
 
 bool ContentView::eventFilter(QObject* watched, QEvent* event) {
@@ -664,14 +644,14 @@ void ContentView::redraw(Field field) {
     case Field::outputDir: syncText(outputField_, m.outputDir()); break;
     case Field::wavFiles:
     case Field::mashupSourcePaths:
-    case Field::sourceFacts: redrawSourceRows(); break;
+    case Field::sourceFacts: sourceList_->redraw(field); break;
     case Field::tempo:
-        redrawSourceRows();
+        sourceList_->redraw(field);
         redrawSourceTempo();
         break;
     case Field::selectedFile:
         redrawSourceTempo();
-        redrawSourceRows();
+        sourceList_->redraw(field);
         redrawGenerateButton();
         break;
     case Field::slices: syncSpinBox(slicesBox_, m.slices()); break;
@@ -690,7 +670,7 @@ void ContentView::redraw(Field field) {
         }
         modeHint_->setText(m.mashupMode() ? QStringLiteral("Mashup slices are pooled from checked source files.")
                                           : QStringLiteral("Single-source mode uses only the selected source file."));
-        redrawSourceRows();
+        sourceList_->redraw(field);
         break;
     }
     case Field::seedText: syncText(seedField_, m.seedText()); break;
@@ -774,51 +754,6 @@ void ContentView::redraw(Field field) {
     }
     case Field::playingTarget: redrawPlayingTarget(); break;
     case Field::playbackProgress: redrawPlaybackProgress(); break;
-    }
-}
-
-void ContentView::redrawSourceRows() {
-    const model::AppModel& m = *model_;
-    const auto valuesFor = [&m](const std::string& path) {
-        const model::SourceFacts facts = m.factsFor(path);
-        return SourceFileRow::Values{
-            .file = path,
-            .isSelected = m.selectedFile() && *m.selectedFile() == path,
-            .inMashup = m.mashupSourcePaths().contains(path),
-            .mashupMode = m.mashupMode(),
-            .tempo = m.tempoFor(path) ? chop::tempoText(*m.tempoFor(path)) : std::string(),
-            .facts = model::factsText(facts),
-            .refusal = facts.refusal.value_or(std::string()),
-        };
-    };
-
-    const std::vector<std::string>& files = m.wavFiles();
-    emptyListHint_->setVisible(files.empty());
-    const bool sameFiles = std::equal(files.begin(), files.end(), sourceRows_.begin(), sourceRows_.end(),
-                                      [](const std::string& path, const SourceFileRow* row) {
-                                          return row->values().file == path;
-                                      });
-    if (sameFiles) {
-        for (SourceFileRow* row : sourceRows_)
-            row->setValues(valuesFor(row->values().file));
-        return;
-    }
-
-    for (SourceFileRow* row : sourceRows_)
-        retire(row);
-    sourceRows_.clear();
-    QWidget* list = sourceListLayout_->parentWidget();
-    for (const std::string& path : files) {
-        auto* row = new SourceFileRow(
-            valuesFor(path), [this, path] { model_->selectFile(path); },
-            [this, path](bool include) { model_->toggleMashupMembership(path, include); }, list);
-        row->setObjectName(QStringLiteral("sourceFileRow"));
-        row->selectButton()->setFocusPolicy(Qt::NoFocus);
-        // Before the trailing stretch.
-        sourceListLayout_->insertWidget(sourceListLayout_->count() - 1, row);
-        // The layout would show it only after the next event.
-        row->show();
-        sourceRows_.push_back(row);
     }
 }
 

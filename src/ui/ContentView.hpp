@@ -16,7 +16,6 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QScrollArea;
 class QSlider;
 class QSpinBox;
 class QToolButton;
@@ -26,7 +25,7 @@ class QDrag;
 
 namespace marquetry::ui {
 
-class SourceFileRow;
+class SourceList;
 class VariationListPanel;
 class WaveformView;
 
@@ -76,7 +75,7 @@ public:
 protected:
     /// The source list and the source waveform's keys: Up and Down select
     /// the file above or below, a letter the first file beginning with it,
-    /// Space plays or stops the source.
+    /// Space plays or stops the source. (Return in the list is its own.)
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -98,7 +97,6 @@ private:
 
     /// Brings the controls that show `field` up to date with the model.
     void redraw(Field field);
-    void redrawSourceRows();
     void redrawSourceTempo();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();
@@ -140,9 +138,7 @@ private:
     QSlider* masterSlider_ = nullptr;
     QLabel* masterValue_ = nullptr;
     QLabel* modeHint_ = nullptr;
-    QScrollArea* sourceList_ = nullptr;
-    QVBoxLayout* sourceListLayout_ = nullptr;
-    QLabel* emptyListHint_ = nullptr;
+    SourceList* sourceList_ = nullptr;
     WaveformView* sourceWaveform_ = nullptr;
     QLabel* sourceCaption_ = nullptr;
     QLabel* sourceTempo_ = nullptr;
@@ -164,10 +160,6 @@ private:
     QLabel* statusLine_ = nullptr;
     QLineEdit* outputField_ = nullptr;
     Commands commands_;
-
-    // The rows on screen, in list order; rebuilt only when the list of files
-    // changes, otherwise updated in place.
-    std::vector<SourceFileRow*> sourceRows_;
 };
 
 } // namespace marquetry::ui

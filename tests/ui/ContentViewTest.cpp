@@ -4,7 +4,7 @@
 #include "model/FileSystem.hpp"
 #include "ui/ContentView.hpp"
 #include "ui/GeneratedLoopRow.hpp"
-#include "ui/SourceFileRow.hpp"
+#include "ui/SourceList.hpp"
 #include "ui/WaveformView.hpp"
 
 #include <QApplication>
@@ -18,9 +18,11 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSlider>
 #include <QSpinBox>
 #include <QStandardPaths>
+#include <QToolTip>
 #include <QtTest>
 
 #include <map>
@@ -28,7 +30,7 @@
 
 using namespace marquetry;
 using ui::GeneratedLoopRow;
-using ui::SourceFileRow;
+using Part = ui::SourceList::Part;
 using Field = model::AppModel::Field;
 
 namespace {
@@ -154,7 +156,7 @@ private slots:
         QCOMPARE(ticked(), 4);
         QCOMPARE(loopRows(), rows); // ticks never rebuild the rows
 
-        click(sourceRow("b.wav")->selectButton());
+        clickSource("b.wav");
         QVERIFY(emptyLabel->isVisible());
         QCOMPARE(enabled(), std::tuple(false, false, false));
     }
@@ -279,7 +281,7 @@ private slots:
     void tempoShowsInTheListAndCaptionAndTypingCorrectsIt() {
         model::AppModel& m = start();
         const auto rowTempo = [this](int row) {
-            return view_->findChildren<QLabel*>("sourceFileTempo").at(row)->text();
+            return sourceList()->model()->index(row, 0).data(ui::SourceList::tempoRole).toString();
         };
         const QString amen = QString::fromUtf8("136.9 BPM \u00b7 1 bar");
         QCOMPARE(find<QLabel>("sourceTempo")->text(), amen);
@@ -289,10 +291,15 @@ private slots:
         auto* field = find<QLineEdit>("sourceTempoField");
         field->setFocus();
         QTest::keyClicks(field, "68.45");
+        QSignalSpy changed(sourceList()->model(), &QAbstractItemModel::dataChanged);
         QTest::keyClick(field, Qt::Key_Return);
         const QString corrected = QString::fromUtf8("68.5 BPM \u00b7 0.5 bars");
         QCOMPARE(find<QLabel>("sourceTempo")->text(), corrected);
         QCOMPARE(rowTempo(0), corrected);
+        // That row alone is told to repaint.
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(changed[0][0].toModelIndex().row(), 0);
+        QCOMPARE(changed[0][1].toModelIndex().row(), 0);
         QCOMPARE(m.tempoOverrides().at(*m.selectedFile()), 68.45);
 
         field->clear();
@@ -330,24 +337,39 @@ private slots:
     }
 
     void poolCheckBoxOnlyInMashupModeAndDoesNotSelect() {
-        model::AppModel& m = start();
-        SourceFileRow* a = sourceRow("a.wav");
-        SourceFileRow* b = sourceRow("b.wav");
-        QVERIFY(!b->poolCheckBox()->isVisible());
+        model::AppModel& m = start({"a.wav", "b.wav", "c.wav"});
+        ui::SourceList* list = sourceList();
+        const std::string b = platform_->sourceFolder() + "/b.wav";
+        QVERIFY(list->partRect(1, Part::pool).isEmpty());
+        QVERIFY(!sourceData("b.wav", Qt::CheckStateRole).isValid());
         click(find("mashupModeBox"));
-        QVERIFY(b->poolCheckBox()->isVisible());
-        click(b->poolCheckBox());
-        QCOMPARE(m.mashupSourcePaths(), std::set<std::string>{platform_->sourceFolder() + "/b.wav"});
-        QVERIFY(a->values().isSelected && !b->values().isSelected);
+        // At the right end of the row, beside the name.
+        const QRect pool = list->partRect(1, Part::pool);
+        QCOMPARE(pool.right(), list->viewport()->width() - 1);
+        QVERIFY(pool.left() > list->partRect(1, Part::name).right());
+        QCOMPARE(sourceData("b.wav", Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
+        clickSource("b.wav", Part::pool);
+        QCOMPARE(m.mashupSourcePaths(), std::set<std::string>{b});
+        QCOMPARE(sourceData("b.wav", Qt::CheckStateRole).toInt(), int(Qt::Checked));
+        QVERIFY(isSelected("a.wav") && !isSelected("b.wav"));
+        // A press that leaves the checkbox before its release ticks nothing,
+        // as on any button.
+        QTest::mousePress(list->viewport(), Qt::LeftButton, {}, pool.center());
+        QTest::mouseRelease(list->viewport(), Qt::LeftButton, {}, list->partRect(1, Part::name).center());
+        QCOMPARE(m.mashupSourcePaths(), std::set<std::string>{b});
+        QVERIFY(isSelected("a.wav"));
 
         // Checked pool files are no selection to generate from.
         m.selectFile(std::string("not listed.wav"));
         QVERIFY(!find("generateButton")->isEnabled());
 
         click(find("mashupModeBox"));
-        QVERIFY(!b->poolCheckBox()->isVisible());
-        click(b->selectButton());
-        QVERIFY(b->values().isSelected && find("generateButton")->isEnabled());
+        QVERIFY(list->partRect(1, Part::pool).isEmpty());
+        clickSource("b.wav");
+        QVERIFY(isSelected("b.wav") && find("generateButton")->isEnabled());
+        // The small print under a name selects too.
+        clickSource("c.wav", Part::caption);
+        QVERIFY(isSelected("c.wav") && !isSelected("b.wav"));
     }
 
     void progressTicksMoveOnlyThePlayingPlayhead() {
@@ -391,7 +413,7 @@ private slots:
         platform_->importAnswer = {amenFlac.toStdString()};
         click(import);
         QCOMPARE(find<QLabel>("statusLine")->text(), QStringLiteral("Imported 1 file(s)."));
-        QVERIFY(sourceRow("loop_amen.wav")->values().isSelected && !m.sourceWaveform().empty());
+        QVERIFY(isSelected("loop_amen.wav") && !m.sourceWaveform().empty());
         platform_->importAnswer.clear();
         click(import);
         // The dialog opens at home, then where the last files came from.
@@ -401,7 +423,8 @@ private slots:
 
     void onlyLocalFilesDroppedOnTheSourceListAreImported() {
         model::AppModel& m = start({"a.wav"});
-        QWidget* target = find("sourcePanel");
+        // Over the rows, where a drop is taken for the whole column.
+        QWidget* target = sourceList()->viewport();
         // The action a drag over the list is granted, and whether its drop
         // is taken; Shift is held, which asks for a move.
         const auto dragAndDrop = [target](const QMimeData& data,
@@ -434,7 +457,7 @@ private slots:
         QCOMPARE(dragAndDrop(files), std::pair(Qt::CopyAction, true));
         const QString status = find<QLabel>("statusLine")->text();
         QVERIFY2(status.startsWith("Imported 1 of 2 file(s); import failed: " + notes + ": "), qPrintable(status));
-        QVERIFY(sourceRow("loop_amen.wav")->values().isSelected);
+        QVERIFY(isSelected("loop_amen.wav"));
     }
 
     void sourceRowsTellLengthFormatOrRefusalAndAnEmptyFolderHowToAddLoops() {
@@ -443,14 +466,33 @@ private slots:
         QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write(QByteArray(64, 'x')) == 64);
         broken.close();
         m.refreshFiles();
-        auto* select = sourceRow("b.wav")->selectButton();
-        QCOMPARE(select->accessibleDescription(), QString()); // not read yet
-        QCOMPARE(select->toolTip(), QString::fromStdString(platform_->sourceFolder() + "/b.wav"));
+        const auto b = [this](int role) { return sourceData("b.wav", role).toString(); };
+        QCOMPARE(b(Qt::AccessibleDescriptionRole), QString()); // not read yet
+        QCOMPARE(b(Qt::ToolTipRole), QString::fromStdString(platform_->sourceFolder() + "/b.wav"));
+        QSignalSpy resets(sourceList()->model(), &QAbstractItemModel::modelReset);
         platform_->tasks.drain();
-        QCOMPARE(select->accessibleDescription(), QString::fromUtf8("1.8 s \u00b7 16-bit stereo 44100 Hz"));
-        QCOMPARE(sourceRow("b.wav")->findChild<QLabel*>("sourceFileTempo")->text(),
-                 QString::fromUtf8("136.9 BPM \u00b7 1 bar"));
-        QCOMPARE(sourceRow("c.wav")->selectButton()->toolTip(), QStringLiteral("Invalid WAV header."));
+        QCOMPARE(resets.size(), 0); // the facts repaint the rows, never replace them
+        QCOMPARE(b(Qt::AccessibleDescriptionRole), QString::fromUtf8("1.8 s \u00b7 16-bit stereo 44100 Hz"));
+        QCOMPARE(b(ui::SourceList::tempoRole), QString::fromUtf8("136.9 BPM \u00b7 1 bar"));
+        QCOMPARE(sourceData("c.wav", Qt::ToolTipRole).toString(), QStringLiteral("Invalid WAV header."));
+        QCOMPARE(sourceData("c.wav", Qt::AccessibleDescriptionRole).toString(),
+                 QString::fromUtf8("\u26a0 Invalid WAV header."));
+        QVERIFY(sourceData("c.wav", ui::SourceList::refusedRole).toBool());
+        // The reader's words where the pointer rests on the refused file's
+        // small print, a pointing hand over its name and nothing beside them.
+        ui::SourceList* list = sourceList();
+        const auto pointAt = [list](QPoint at) {
+            QTest::mouseMove(list->viewport(), at);
+            QHelpEvent help(QEvent::ToolTip, at, list->viewport()->mapToGlobal(at));
+            QApplication::sendEvent(list->viewport(), &help);
+            return std::pair(QToolTip::isVisible() ? QToolTip::text() : QString(), list->viewport()->cursor().shape());
+        };
+        const int c = sourceRow("c.wav");
+        QCOMPARE(pointAt(list->partRect(c, Part::name).topRight() + QPoint(20, 0)),
+                 std::pair(QString(), Qt::ArrowCursor));
+        for (const Part part : {Part::name, Part::caption})
+            QCOMPARE(pointAt(list->partRect(c, part).center()),
+                     std::pair(QStringLiteral("Invalid WAV header."), Qt::PointingHandCursor));
         QVERIFY(find("emptySourceHint")->isHidden());
 
         for (const char* name : {"a.wav", "b.wav", "c.wav"})
@@ -458,6 +500,42 @@ private slots:
         click(find("refreshButton"));
         QVERIFY(find("emptySourceHint")->isVisible());
         QVERIFY(find<QLabel>("emptySourceHint")->text().startsWith(QStringLiteral("No loops here yet.")));
+    }
+
+    // A sample pack's worth of files: every row is listed, and the keyboard,
+    // the scroll bar and the mouse reach any of them.
+    void aFolderOfTenThousandFilesShowsEveryRow() {
+        model::AppModel& m = start({});
+        constexpr int files = 10'000;
+        // Their names are all the list needs: no facts are read here.
+        for (int i = 0; i < files; ++i) {
+            QFile file(QString::fromStdString(platform_->sourceFolder()) +
+                       QStringLiteral("/Loop %1.wav").arg(i, 5, 10, QLatin1Char('0')));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        click(find("refreshButton"));
+        ui::SourceList* list = sourceList();
+        QCOMPARE(list->model()->rowCount(), files);
+        QVERIFY(find("emptySourceHint")->isHidden());
+        const auto shown = [list](int row) {
+            return list->viewport()->rect().contains(list->visualRect(list->model()->index(row, 0)));
+        };
+        QVERIFY(shown(0) && !shown(files - 1));
+
+        list->setFocus();
+        m.selectFile(m.wavFiles()[files - 2]);
+        QTest::keyClick(list, Qt::Key_Down);
+        QCOMPARE(model::fileName(*m.selectedFile()), "Loop 09999.wav");
+        QVERIFY(shown(files - 1) && isSelected("Loop 09999.wav"));
+        QCOMPARE(list->verticalScrollBar()->value(), list->verticalScrollBar()->maximum());
+        clickSource("Loop 09990.wav");
+        QVERIFY(isSelected("Loop 09990.wav") && !isSelected("Loop 09999.wav"));
+
+        list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum() / 2);
+        const int middle = list->indexAt(list->viewport()->rect().center()).row();
+        QVERIFY(middle > 4000 && middle < 6000);
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->partRect(middle, Part::name).center());
+        QCOMPARE(*m.selectedFile(), m.wavFiles()[static_cast<std::size_t>(middle)]);
     }
 
     // Dragging a variation or the source out hands over a file of the bytes
@@ -532,11 +610,26 @@ private:
         rows.removeIf([](const GeneratedLoopRow* row) { return row->isHidden(); });
         return rows;
     }
-    SourceFileRow* sourceRow(const std::string& name) const {
-        for (SourceFileRow* row : view_->findChildren<SourceFileRow*>())
-            if (!row->isHidden() && model::fileName(row->values().file) == name)
+    ui::SourceList* sourceList() const { return find<ui::SourceList>("sourceList"); }
+    int sourceRow(const std::string& name) const {
+        const QAbstractItemModel* rows = sourceList()->model();
+        for (int row = 0; row < rows->rowCount(); ++row)
+            if (rows->index(row, 0).data().toString() == QString::fromStdString(name))
                 return row;
         qFatal("no source row %s", name.c_str());
+    }
+    QVariant sourceData(const std::string& name, int role) const {
+        return sourceList()->model()->index(sourceRow(name), 0).data(role);
+    }
+    bool isSelected(const std::string& name) const {
+        return sourceData(name, ui::SourceList::selectedRole).toBool();
+    }
+    /// A click on `part` of the row of `name`, as a person makes it.
+    void clickSource(const std::string& name, Part part = Part::name) const {
+        ui::SourceList* list = sourceList();
+        const int row = sourceRow(name);
+        list->showRow(static_cast<std::size_t>(row));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->partRect(row, part).center());
     }
     int layoutIndex(const char* name) const { return view_->layout()->indexOf(find(name)); }
 

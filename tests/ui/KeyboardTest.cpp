@@ -81,6 +81,30 @@ private slots:
         QVERIFY(m.generatedLoops()[1].isSelected);
     }
 
+    // The pool checkbox of the selected file, from the list: Space stays the
+    // source's play key, so Return ticks, as it does a variation's checkbox.
+    void returnTicksTheSelectedSourceForTheMashupPoolInMashupModeOnly() {
+        model::AppModel& m = start({"a.wav", "b.wav", "c.wav"});
+        const std::string folder = platform_->sourceFolder();
+        find("sourceList")->setFocus();
+        key(Qt::Key_Return);
+        QVERIFY(m.mashupSourcePaths().empty());
+        m.setMashupMode(true);
+        key(Qt::Key_Down);
+        key(Qt::Key_Return);
+        key(Qt::Key_Down);
+        key(Qt::Key_Enter, Qt::KeypadModifier);
+        QCOMPARE(m.mashupSourcePaths(), (std::set<std::string>{folder + "/b.wav", folder + "/c.wav"}));
+        key(Qt::Key_Return);
+        QCOMPARE(m.mashupSourcePaths(), std::set<std::string>{folder + "/b.wav"});
+        QCOMPARE(*m.selectedFile(), folder + "/c.wav");
+        key(Qt::Key_Space);
+        QCOMPARE(m.playingTarget(), std::optional(PlaybackTarget::source()));
+        // One stop in the focus chain, then the sound options under it.
+        key(Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), find("joinFadeBox"));
+    }
+
     void generateShortcutAndButtonLeaveTheFocusOnTheFirstVariation() {
         model::AppModel& m = start();
         auto* slices = find<QSpinBox>("slicesBox");
