@@ -22,9 +22,10 @@ audio::FrameCount joinFadeFrames(std::int64_t ms, std::uint32_t sampleRate);
 /// silenced. The gain of the frame `d` frames from the nearer end of its
 /// slice is d / ramp, applied in single precision to 8- and 16-bit and float
 /// samples and in double to 24- and 32-bit ones, each integer rounded half
-/// away from zero and clamped, so every machine gives the same bytes. Frames are counted in
-/// `format`'s layout from the start of `pcm`; a slice that starts inside a
-/// frame owns that frame.
+/// away from zero (no gain exceeds 1, so none leaves its range), so every
+/// machine gives the same bytes. Frames are counted in `format`'s layout
+/// from the start of `pcm`; a slice that starts inside a frame owns that
+/// frame.
 ///
 /// Works on 8-bit unsigned, 16-, 24- and 32-bit integer and 32-bit float
 /// samples; any other layout, or one whose channels do not fit in a frame,

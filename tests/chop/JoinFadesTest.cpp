@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 namespace marquetry::chop {
@@ -157,6 +158,35 @@ TEST(JoinFades, SlicesShorterThanTheFadeAreRampedWithinThemselves) {
                 }
             }
             EXPECT_TRUE(std::equal(pcm.end() - format.blockAlign / 2, pcm.end(), loud.end() - format.blockAlign / 2));
+        }
+    }
+}
+
+// Gains of 3/4, 1/2 and 1/4 are exact in every layout's precision, so each
+// gained integer must be the exact product rounded half away from zero: at
+// full scale, at .5, and at .25 of a 32-bit value, which single precision
+// would get wrong.
+TEST(JoinFades, GainedIntegersRoundHalfAwayFromZeroAtFullScale) {
+    for (const int bits : {8, 16, 24, 32}) {
+        SCOPED_TRACE(std::to_string(bits) + " bits");
+        const std::int64_t lowest = -(std::int64_t{1} << (bits - 1));
+        const std::int64_t values[] = {lowest, lowest + 1, -lowest - 1, -lowest - 2, -3, -1, 1, 3};
+        const auto channels = static_cast<int>(std::size(values));
+        const WavData format = audio::test::record(audio::formatPcm, static_cast<std::uint16_t>(channels),
+                                                   static_cast<std::uint16_t>(channels * bits / 8),
+                                                   static_cast<std::uint16_t>(bits));
+        Bytes pcm;
+        for (FrameIndex frame = 0; frame < 4; ++frame)
+            for (const std::int64_t value : values)
+                audio::test::putLE(pcm, static_cast<std::uint64_t>(bits == 8 ? value + 128 : value), bits / 8);
+        applyEndFade(pcm, format, 4, 4);
+        for (FrameIndex frame = 0; frame < 4; ++frame) {
+            for (int c = 0; c < channels; ++c) {
+                const std::int64_t quarters = values[c] * (3 - frame);
+                const std::int64_t rounded = (std::abs(quarters) + 2) / 4;
+                EXPECT_EQ(sampleAt(format, pcm, frame, c), static_cast<double>(quarters < 0 ? -rounded : rounded))
+                    << values[c] << " times " << 3 - frame << "/4";
+            }
         }
     }
 }
