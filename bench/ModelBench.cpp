@@ -43,13 +43,13 @@ constexpr std::int64_t slices = 128;
 constexpr std::int64_t variations = 100;
 constexpr int scannedFiles = 10'000;
 
-model::GenerationRequest gridRequest(std::int64_t joinFadeMs = 0) {
-    model::GenerationRequest request;
-    request.joinFadeMs = joinFadeMs;
+model::RunSettings gridRequest(std::int64_t joinFadeMs = 0) {
+    model::RunSettings request;
+    request.plan.joinFadeMs = joinFadeMs;
     request.seedText = "1";
     request.selectedPath = loopPath;
-    request.sliceCount = slices;
-    request.versions = variations;
+    request.plan.sliceCount = slices;
+    request.plan.variationCount = variations;
     return request;
 }
 
@@ -138,12 +138,15 @@ void planning(benchmark::State& state, const audio::WavData& loop) {
     }
 }
 
-void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder,
-                    const std::optional<std::string>& kitFolder = std::nullopt) {
+// With `withKit`, tags and a slice kit (into the output folder's kit folder) too.
+void exportSelected(benchmark::State& state, model::AppModel& app, const std::string& folder, bool withKit = false) {
     app.setOutputDir(folder);
-    app.setExportTags(kitFolder.has_value());
+    app.changeSettings([&](model::RunSettings& s) {
+        s.exportOptions.tags = withKit;
+        s.exportOptions.kit = withKit;
+    });
     for (auto _ : state) {
-        app.exportSelected(std::nullopt, kitFolder);
+        app.exportSelected();
         if (!app.status().starts_with("Exported ")) {
             state.SkipWithError(app.status().c_str());
             break;
@@ -269,9 +272,9 @@ struct ExportSetup {
         platform.settings.values[model::AppModel::outputDirKey] = scratch.path.string();
         app = std::make_unique<model::AppModel>(platform.forModel());
         app->selectFile(loopPath);
-        app->setSlices(sliceCount);
-        app->setVersions(variations);
-        app->setSeedText("1");
+        app->changeSettings([&](model::RunSettings& s) { s.plan.sliceCount = sliceCount; });
+        app->changeSettings([&](model::RunSettings& s) { s.plan.variationCount = variations; });
+        app->changeSettings([&](model::RunSettings& s) { s.seedText = "1"; });
         app->generate();
         platform.tasks.drain();
         fs::create_directories(plainFolder);
@@ -354,7 +357,7 @@ int main(int argc, char** argv) {
         })->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark("BM_ExportSelected/100files/16slices/tagsAndKit", [](benchmark::State& s) {
             auto& setup = ExportSetup::forKit();
-            exportSelected(s, *setup.app, setup.exportFolder, (setup.scratch.path / "kit").string());
+            exportSelected(s, *setup.app, setup.exportFolder, true);
         })->Unit(benchmark::kMillisecond)->UseRealTime();
 
         benchmark::RegisterBenchmark("BM_Scan/10000files", [](benchmark::State& s) {

@@ -397,19 +397,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         files.push_back(file);
     }
 
-    model::GenerationRequest request;
+    model::RunSettings request;
     request.seedText = s.blankSeedText ? "" : std::to_string(s.seed);
     request.mashupMode = s.mashup;
     request.selectedPath = s.noSelection ? "" : files.front().path;
     const bool skipFirst = s.firstUnchecked && files.size() >= 2;
     for (std::size_t i = skipFirst ? 1 : 0; i < files.size(); ++i)
         request.checkedPaths.insert(files[i].path);
-    request.sliceCount = s.sliceCount;
-    request.chopModel = s.model;
-    request.versions = s.variationCount;
-    request.glitchAmount = s.glitchAmount;
-    request.joinFadeMs = s.joinFadeMs;
-    request.fit = s.fit;
+    request.plan = {s.sliceCount, s.model, s.variationCount, s.glitchAmount, s.joinFadeMs, s.fit};
     request.matchFormats = s.matchFormats;
 
     // The source list: the checked files in name order (which is image order)

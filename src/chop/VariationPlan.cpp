@@ -144,6 +144,9 @@ std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> v
         rendered[i].pcm = renderVariation(variations[i], pool, sources);
         applyJoinFades(rendered[i].pcm, variations[i], reference, fadeFrames);
         fitToFrames(rendered[i].pcm, reference, referenceFrames, settings.fit, fitFadeFrames);
+        VariationPlan fitted = variations[i];
+        fitPlacements(fitted, static_cast<std::int64_t>(rendered[i].pcm.size()), settings.fit, reference.blockAlign);
+        rendered[i].placements = std::move(fitted.placements);
         rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
     });
     return rendered;

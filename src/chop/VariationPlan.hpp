@@ -51,6 +51,8 @@ struct PlanSettings {
     double glitchAmount = 0.55;
     std::int64_t joinFadeMs = 0; ///< 0: slices butt together (see applyJoinFades)
     FitMode fit = FitMode::off;  ///< to sources[0]'s length (see fitToFrames)
+
+    bool operator==(const PlanSettings&) const = default;
 };
 
 /// Every decision of a run: the pool and each variation's placements.
@@ -86,18 +88,20 @@ RunPlan planRun(std::span<const audio::WavData> sources, const PlanSettings& set
 Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice> pool,
                       std::span<const audio::WavData> sources);
 
-/// A rendered variation and its display envelope.
+/// A rendered variation, its display envelope and its placements as they
+/// sit in the finished bytes (after fitting).
 struct RenderedVariation {
     Bytes pcm;
     std::vector<double> waveform;
+    std::vector<Placement> placements;
 };
 
 /// Every planned variation with its envelope of `envelopePoints` points,
 /// rendered on up to `threads` threads (0: one per core), each faded at its
 /// joins over `settings.joinFadeMs` milliseconds at sources[0]'s rate (0:
-/// not at all), then fitted to sources[0]'s frame count by `settings.fit`.
-/// The bytes are the same whatever the thread count. Rethrows the first
-/// failure of any thread.
+/// not at all), then fitted to sources[0]'s frame count by `settings.fit`,
+/// its placements following the fit. The bytes are the same whatever the
+/// thread count. Rethrows the first failure of any thread.
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,

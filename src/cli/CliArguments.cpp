@@ -2,6 +2,7 @@
 
 #include "chop/JoinFades.hpp"
 #include "chop/TempoEstimate.hpp"
+#include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 
 #include <CLI/CLI.hpp>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <map>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
@@ -17,13 +19,6 @@ namespace marquetry::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string lowercase(std::string_view text) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
-    return result;
-}
 
 // Whole text or nothing: "16x" and "" are malformed, not 16 and 0.
 std::optional<std::int64_t> parseInteger(std::string_view text) {
@@ -53,13 +48,13 @@ std::string chopModelLabels() {
 
 std::optional<chop::ChopModel> parseChopModel(std::string_view text) {
     for (const chop::ChopModel model : chop::allChopModels)
-        if (lowercase(chop::label(model)) == lowercase(text))
+        if (model::asciiLowercase(chop::label(model)) == model::asciiLowercase(text))
             return model;
     return std::nullopt;
 }
 
 std::optional<std::vector<std::int64_t>> parsePicks(std::string_view text) {
-    if (lowercase(text) == "all")
+    if (model::asciiLowercase(text) == "all")
         return std::vector<std::int64_t>{};
     std::vector<std::int64_t> picks;
     std::size_t start = 0;
@@ -78,93 +73,209 @@ std::optional<std::vector<std::int64_t>> parsePicks(std::string_view text) {
     return picks;
 }
 
-std::string inQuotes(const std::string& text) {
-    return "'" + text + "'";
+std::string malformed(const std::string& name, const std::string& value, const std::string& expected) {
+    return name + " expects " + expected + ", not " + model::quoted(value);
 }
 
-// The values as typed; CLI11 decides which options exist, how often they
-// may come and in which forms, and the checks below turn text into values.
-struct TypedGenerate {
-    std::string source;
-    std::vector<std::string> mashup;
-    std::vector<std::string> tempos;
-    std::optional<std::string> slices, variations, model, seed, glitch, pick, manifest, joinFade, fit, kit;
-    bool matchFormats = false;
-    bool matchTempo = false;
-    std::string output;
-    bool keepExisting = false;
-    bool tags = false;
+using Apply = std::optional<std::string>;
+
+// One option of `generate`: how it is typed, what the usage says of it, and
+// how its text becomes part of the request (a message when it cannot).
+// Flags get an empty text; repeatable options get one call per value.
+struct GenerateOption {
+    const char* name;
+    const char* value; ///< the value's placeholder, or nullptr for a flag
+    bool repeatable;
+    const char* help;  ///< lines of the usage, without the option column
+    Apply (*apply)(GenerateOptions& options, const std::string& text);
 };
 
-CLI::Option* valueOption(CLI::App& command, const std::string& name, std::optional<std::string>& value) {
-    return command.add_option_function<std::string>(name, [&value](const std::string& text) { value = text; });
+// Every option of `generate`, once: CLI11 registers them from this table,
+// the usage lists them from it and the request is filled through it, in
+// this order (--source before --mashup, which must share its folder).
+const GenerateOption generateOptions[] = {
+    {"--source", "FILE", false, "the loop to chop; its folder is the source folder",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto source = normalFilePath(text);
+         if (!source)
+             return "--source needs a file, not " + model::quoted(text);
+         o.settings.selectedPath = *source;
+         return std::nullopt;
+     }},
+    {"--mashup", "FILE", true,
+     "pool this loop of the source folder too (repeatable);\nMashup Mode is on exactly when one is given",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto member = normalFilePath(text);
+         if (!member)
+             return "--mashup needs a file, not " + model::quoted(text);
+         // The window can only check files it lists, which are the source
+         // folder's; the command line offers no more than that.
+         const fs::path sourceFolder = model::pathFromText(o.settings.selectedPath).parent_path();
+         if (model::pathFromText(*member).parent_path() != sourceFolder)
+             return "--mashup file " + model::quoted(text) + " is not in the source folder "
+                    + model::quoted(model::pathText(sourceFolder));
+         o.settings.checkedPaths.insert(*member);
+         o.settings.mashupMode = true;
+         return std::nullopt;
+     }},
+    {"--slices", "N", false, "slices per source (default 16, 4 to 128)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto slices = parseInteger(text);
+         if (!slices)
+             return malformed("--slices", text, "a whole number");
+         if (*slices < model::minSliceCount || *slices > model::maxSliceCount)
+             return malformed("--slices", text,
+                              "a whole number from " + std::to_string(model::minSliceCount) + " to "
+                                  + std::to_string(model::maxSliceCount));
+         o.settings.plan.sliceCount = *slices;
+         return std::nullopt;
+     }},
+    {"--variations", "N", false, "how many breaks to generate (default 10)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto count = parseInteger(text);
+         if (!count)
+             return malformed("--variations", text, "a whole number");
+         o.settings.plan.variationCount = *count;
+         return std::nullopt;
+     }},
+    {"--model", "NAME", false, "chop model, any letter case (default Grid):\n@MODELS@",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto model = parseChopModel(text);
+         if (!model)
+             return malformed("--model", text, "one of " + chopModelLabels());
+         o.settings.plan.chopModel = *model;
+         return std::nullopt;
+     }},
+    {"--seed", "TEXT", false,
+     "a whole number; the same seed gives the same breaks\n(default blank: the clock's second seeds the run)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         o.settings.seedText = text;
+         return std::nullopt;
+     }},
+    {"--glitch", "X", false, "effect amount of the Glitch model (default 0.55)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         // Infinities and NaN would reach the glitch effects' sample
+         // arithmetic, so they are malformed rather than a value to judge.
+         const auto amount = parseReal(text);
+         if (!amount)
+             return malformed("--glitch", text, "a finite number");
+         o.settings.plan.glitchAmount = *amount;
+         return std::nullopt;
+     }},
+    {"--join-fade", "MS", false,
+     "fade every join and the loop seam over MS milliseconds\n(1 to @MAXFADE@) so slices meet without a click (default "
+     "0: off)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto ms = parseInteger(text);
+         if (!ms || *ms < 0 || *ms > chop::maxJoinFadeMs)
+             return malformed("--join-fade", text,
+                              "0 (off) or a whole number of milliseconds from 1 to "
+                                  + std::to_string(chop::maxJoinFadeMs));
+         o.settings.plan.joinFadeMs = *ms;
+         return std::nullopt;
+     }},
+    {"--fit", "MODE", false,
+     "bring every break to the length of the --source loop, so it\nsits on the bar grid: off (default), trim (cut, or "
+     "pad with\nsilence) or stretch (change its tempo, keep its pitch)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto mode = chop::parseFitMode(text);
+         if (!mode)
+             return malformed("--fit", text, "off, trim or stretch");
+         o.settings.plan.fit = *mode;
+         return std::nullopt;
+     }},
+    {"--match-formats", nullptr, false,
+     "convert the --mashup loops to the --source loop's format\n(channels, bit depth, sample rate) before slicing",
+     [](GenerateOptions& o, const std::string&) -> Apply {
+         o.settings.matchFormats = true;
+         return std::nullopt;
+     }},
+    {"--match-tempo", nullptr, false, "stretch the --mashup loops to the --source loop's tempo\nbefore slicing",
+     [](GenerateOptions& o, const std::string&) -> Apply {
+         o.settings.matchTempo = true;
+         return std::nullopt;
+     }},
+    {"--tempo", "FILE=BPM", true,
+     "the tempo of a loop, over its estimate (20 to 999;\nrepeatable); marquetry-cli info shows the estimates",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const std::size_t equals = text.rfind('=');
+         const auto file = equals == std::string::npos ? std::nullopt : normalFilePath(text.substr(0, equals));
+         const auto bpm = equals == std::string::npos ? std::nullopt : parseReal(text.substr(equals + 1));
+         if (!file || !bpm || *bpm < chop::minTempoBpm || *bpm > chop::maxTempoBpm)
+             return malformed("--tempo", text, "FILE=BPM with a tempo from 20 to 999");
+         o.settings.tempoOverrides[*file] = *bpm;
+         return std::nullopt;
+     }},
+    {"--output", "DIR", false, "folder to write into, created when missing",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         if (text.empty())
+             return std::string("--output needs a folder");
+         o.outputDir = text;
+         return std::nullopt;
+     }},
+    {"--pick", "LIST", false, "breaks to write, such as 1,3,5, or all (default all)",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const auto picks = parsePicks(text);
+         if (!picks)
+             return malformed("--pick", text, "'all' or variation numbers from 1, such as 1,3,5");
+         o.settings.picks = *picks;
+         return std::nullopt;
+     }},
+    {"--manifest", "FILE", false,
+     "also write a JSON manifest of the run: settings, the seed\nused, the sources' and files' SHA-256, every slice "
+     "placed",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         if (text.empty())
+             return std::string("--manifest needs a file");
+         o.manifestPath = text;
+         o.settings.exportOptions.manifest = true;
+         return std::nullopt;
+     }},
+    {"--keep-existing", nullptr, false,
+     "never replace a file: write NAME-2.wav, NAME-3.wav, ...\nbeside it instead (default: replace it)",
+     [](GenerateOptions& o, const std::string&) -> Apply {
+         o.settings.exportOptions.keepExisting = true;
+         return std::nullopt;
+     }},
+    {"--tags", nullptr, false,
+     "write the loop's tempo, beats, a loop over the whole file\nand a marker at every slice into each file (needs a "
+     "known\ntempo, 20 to 999 BPM; see info and --tempo)",
+     [](GenerateOptions& o, const std::string&) -> Apply {
+         o.settings.exportOptions.tags = true;
+         return std::nullopt;
+     }},
+    {"--kit", "DIR", false,
+     "also write a slice kit into DIR: one WAV per slice used,\nan SFZ instrument (slice 1 on note 36 upward) and a "
+     "MIDI\nfile per break that plays it",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         if (text.empty())
+             return std::string("--kit needs a folder");
+         o.kitDir = text;
+         o.settings.exportOptions.kit = true;
+         return std::nullopt;
+     }},
+};
+
+// The help column of an option, its placeholders filled in.
+std::string optionHelp(const GenerateOption& option) {
+    std::string help = option.help;
+    for (const auto& [placeholder, value] : {std::pair<std::string, std::string>("@MODELS@", chopModelLabels()),
+                                             {"@MAXFADE@", std::to_string(chop::maxJoinFadeMs)}}) {
+        if (const std::size_t at = help.find(placeholder); at != std::string::npos)
+            help.replace(at, placeholder.size(), value);
+    }
+    return help;
 }
 
-std::optional<std::string> convert(const TypedGenerate& typed, GenerateOptions& options) {
-    const auto malformed = [](const std::string& name, const std::string& value, const std::string& expected) {
-        return name + " expects " + expected + ", not " + inQuotes(value);
-    };
-    if (typed.slices && !(options.slices = parseInteger(*typed.slices)))
-        return malformed("--slices", *typed.slices, "a whole number");
-    if (typed.variations && !(options.versions = parseInteger(*typed.variations)))
-        return malformed("--variations", *typed.variations, "a whole number");
-    if (typed.model && !(options.chopModel = parseChopModel(*typed.model)))
-        return malformed("--model", *typed.model, "one of " + chopModelLabels());
-    options.seedText = typed.seed;
-    if (typed.glitch && !(options.glitchAmount = parseReal(*typed.glitch)))
-        return malformed("--glitch", *typed.glitch, "a finite number");
-    if (typed.joinFade) {
-        options.joinFadeMs = parseInteger(*typed.joinFade);
-        if (!options.joinFadeMs || *options.joinFadeMs < 0 || *options.joinFadeMs > chop::maxJoinFadeMs)
-            return malformed("--join-fade", *typed.joinFade,
-                             "0 (off) or a whole number of milliseconds from 1 to "
-                                 + std::to_string(chop::maxJoinFadeMs));
-    }
-    if (typed.fit && !(options.fit = chop::parseFitMode(*typed.fit)))
-        return malformed("--fit", *typed.fit, "off, trim or stretch");
-    for (const std::string& tempo : typed.tempos) {
-        const std::size_t equals = tempo.rfind('=');
-        const auto file = equals == std::string::npos ? std::nullopt : normalFilePath(tempo.substr(0, equals));
-        const auto bpm = equals == std::string::npos ? std::nullopt : parseReal(tempo.substr(equals + 1));
-        if (!file || !bpm || *bpm < chop::minTempoBpm || *bpm > chop::maxTempoBpm)
-            return malformed("--tempo", tempo, "FILE=BPM with a tempo from 20 to 999");
-        options.tempos[*file] = *bpm;
-    }
-    options.matchFormats = typed.matchFormats;
-    options.matchTempo = typed.matchTempo;
-    if (typed.pick) {
-        const auto picks = parsePicks(*typed.pick);
-        if (!picks)
-            return malformed("--pick", *typed.pick, "'all' or variation numbers from 1, such as 1,3,5");
-        options.picks = *picks;
-    }
-    if (typed.output.empty())
-        return std::string("--output needs a folder");
-    options.outputDir = typed.output;
-    options.manifestPath = typed.manifest;
-    options.keepExisting = typed.keepExisting;
-    options.tags = typed.tags;
-    if (typed.kit && typed.kit->empty())
-        return std::string("--kit needs a folder");
-    options.kitDir = typed.kit;
-
-    const auto source = normalFilePath(typed.source);
-    if (!source)
-        return "--source needs a file, not " + inQuotes(typed.source);
-    options.sourceFile = *source;
-    const fs::path sourceFolder = model::pathFromText(*source).parent_path();
-    for (const std::string& file : typed.mashup) {
-        const auto member = normalFilePath(file);
-        if (!member)
-            return "--mashup needs a file, not " + inQuotes(file);
-        // The window can only check files it lists, which are the source
-        // folder's; the command line offers no more than that.
-        if (model::pathFromText(*member).parent_path() != sourceFolder)
-            return "--mashup file " + inQuotes(file) + " is not in the source folder "
-                   + inQuotes(model::pathText(sourceFolder));
-        options.mashupFiles.push_back(*member);
-    }
-    return std::nullopt;
+// "  --slices N       slices per source ...", continuation lines under the
+// help column.
+std::string optionLines(const std::string& head, const std::string& help) {
+    constexpr std::size_t column = 19;
+    std::string lines = "  " + head;
+    lines.append(lines.size() < column ? column - lines.size() : 1, ' ');
+    for (const char c : help)
+        lines += c == '\n' ? "\n" + std::string(column, ' ') : std::string(1, c);
+    return lines + "\n";
 }
 
 // CLI11's texts for the two mistakes it reports by option name, said the
@@ -193,57 +304,75 @@ std::optional<std::string> normalFilePath(const std::string& text) {
     return model::pathText(normal);
 }
 
-std::variant<CliArguments, std::string> parseArguments(const std::vector<std::string>& arguments) {
+std::variant<CliArguments, UsageError> parseArguments(const std::vector<std::string>& arguments) {
+    using Command = CliArguments::Command;
     if (arguments.empty())
-        return std::string("no command given");
+        return UsageError{"no command given", Command::help};
 
-    // Help is ours, not CLI11's: one usage text for every command. Left-over
-    // words are reported in the program's own terms, below.
-    bool help = false;
+    // Help is ours, not CLI11's: each command's usage from our own text.
+    // Left-over words are reported in the program's own terms, below.
     bool version = false;
     CLI::App app("marquetry-cli", "marquetry-cli");
-    std::vector<CLI::App*> commands{&app};
-    const auto command = [&](CLI::App& parent) {
+    std::vector<std::pair<CLI::App*, Command>> commands;
+    std::optional<Command> helpOf;
+    const auto command = [&](CLI::App& parent, Command which) {
         parent.set_help_flag();
-        parent.add_flag("-h,--help", help);
+        parent.add_flag_callback("-h,--help", [&helpOf, which] { helpOf = which; });
         parent.allow_extras();
+        commands.emplace_back(&parent, which);
         return &parent;
     };
-    command(app);
+    command(app, Command::help);
     app.require_subcommand(0, 1);
     app.add_flag("--version", version);
 
-    TypedGenerate typed;
-    CLI::App* generate = commands.emplace_back(command(*app.add_subcommand("generate")));
-    generate->add_option("--source", typed.source)->required();
-    generate->add_option("--mashup", typed.mashup)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    for (const auto& [name, value] : {std::pair("--slices", &typed.slices), {"--variations", &typed.variations},
-                                      {"--model", &typed.model}, {"--seed", &typed.seed}, {"--glitch", &typed.glitch},
-                                      {"--pick", &typed.pick}, {"--manifest", &typed.manifest},
-                                      {"--join-fade", &typed.joinFade}, {"--fit", &typed.fit},
-                                      {"--kit", &typed.kit}})
-        valueOption(*generate, name, *value);
-    generate->add_flag("--match-formats", typed.matchFormats);
-    generate->add_flag("--match-tempo", typed.matchTempo);
-    generate->add_option("--tempo", typed.tempos)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    generate->add_option("--output", typed.output)->required();
-    generate->add_flag("--keep-existing", typed.keepExisting);
-    generate->add_flag("--tags", typed.tags);
+    // Each option's texts as typed, by name, in the order given.
+    std::map<std::string, std::vector<std::string>> typed;
+    CLI::App* generate = command(*app.add_subcommand("generate"), Command::generate);
+    for (const GenerateOption& option : generateOptions) {
+        std::vector<std::string>& texts = typed[option.name];
+        if (option.value == nullptr) {
+            generate->add_flag_callback(option.name, [&texts] { texts.emplace_back(); });
+            continue;
+        }
+        if (option.repeatable)
+            generate
+                ->add_option_function<std::vector<std::string>>(
+                    option.name,
+                    [&texts](const std::vector<std::string>& values) {
+                        texts.insert(texts.end(), values.begin(), values.end());
+                    })
+                ->expected(1)
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        else
+            generate->add_option_function<std::string>(option.name,
+                                                       [&texts](const std::string& text) { texts.push_back(text); });
+    }
+    generate->get_option("--source")->required();
+    generate->get_option("--output")->required();
 
     ReplayOptions replay;
-    CLI::App* replayCommand = commands.emplace_back(command(*app.add_subcommand("replay")));
+    CLI::App* replayCommand = command(*app.add_subcommand("replay"), Command::replay);
     replayCommand->add_option("MANIFEST", replay.manifestPath)->required();
     replayCommand->add_option("--output", replay.outputDir)->required();
 
     ImportOptions import;
-    CLI::App* importCommand = commands.emplace_back(command(*app.add_subcommand("import")));
+    CLI::App* importCommand = command(*app.add_subcommand("import"), Command::import);
     importCommand->add_option("FILE", import.files)->required();
     importCommand->add_option("--to", import.folder)->required();
 
     InfoOptions info;
-    CLI::App* infoCommand = commands.emplace_back(command(*app.add_subcommand("info")));
+    CLI::App* infoCommand = command(*app.add_subcommand("info"), Command::info);
     infoCommand->add_option("FILE", info.files)->required();
     infoCommand->add_flag("--json", info.json);
+
+    // The command whose help a mistake points at: the one being parsed.
+    const auto parsedCommand = [&] {
+        for (const auto& [parsed, which] : commands)
+            if (which != Command::help && parsed->parsed())
+                return which;
+        return Command::help;
+    };
 
     // CLI11 takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -252,115 +381,139 @@ std::variant<CliArguments, std::string> parseArguments(const std::vector<std::st
         app.parse(reversed);
     } catch (const CLI::ParseError& error) {
         // A request for help wins over whatever else is wrong with the line.
-        if (help)
+        if (helpOf) {
+            result.helpOf = *helpOf;
             return result;
-        return describeParseError(error);
+        }
+        return UsageError{describeParseError(error), parsedCommand()};
     }
-    if (help)
+    if (helpOf) {
+        result.helpOf = *helpOf;
         return result;
-    for (const CLI::App* parsed : commands) {
+    }
+    for (const auto& [parsed, which] : commands) {
         for (const std::string& extra : parsed->remaining()) {
             if (extra.starts_with("-"))
-                return "unknown option " + inQuotes(extra.substr(0, extra.find('=')));
-            return "unexpected argument " + inQuotes(extra);
+                return UsageError{"unknown option " + model::quoted(extra.substr(0, extra.find('='))), which};
+            return UsageError{"unexpected argument " + model::quoted(extra), which};
         }
     }
     if (version) {
-        result.command = CliArguments::Command::version;
+        result.command = Command::version;
         return result;
     }
     if (generate->parsed()) {
-        result.command = CliArguments::Command::generate;
-        if (auto problem = convert(typed, result.generate))
-            return *problem;
+        result.command = Command::generate;
+        for (const GenerateOption& option : generateOptions)
+            for (const std::string& text : typed[option.name])
+                if (auto problem = option.apply(result.generate, text))
+                    return UsageError{*problem, Command::generate};
         return result;
     }
     if (replayCommand->parsed()) {
         if (replay.outputDir.empty())
-            return std::string("--output needs a folder");
-        result.command = CliArguments::Command::replay;
+            return UsageError{"--output needs a folder", Command::replay};
+        result.command = Command::replay;
         result.replay = replay;
         return result;
     }
     if (importCommand->parsed()) {
         if (import.folder.empty())
-            return std::string("--to needs a folder");
-        result.command = CliArguments::Command::import;
+            return UsageError{"--to needs a folder", Command::import};
+        result.command = Command::import;
         result.import = import;
         return result;
     }
     if (infoCommand->parsed()) {
-        result.command = CliArguments::Command::info;
+        result.command = Command::info;
         result.info = info;
         return result;
     }
-    return std::string("no command given");
+    return UsageError{"no command given", Command::help};
+}
+
+std::string usageText(CliArguments::Command command) {
+    using Command = CliArguments::Command;
+    std::string text = "Usage:\n";
+    switch (command) {
+    case Command::generate: {
+        std::string synopsis = "  marquetry-cli generate";
+        std::size_t lineStart = 0;
+        for (const GenerateOption& option : generateOptions) {
+            const bool required = std::string_view(option.name) == "--source"
+                                  || std::string_view(option.name) == "--output";
+            std::string word = std::string(required ? "" : "[") + option.name
+                               + (option.value != nullptr ? std::string(" ") + option.value : "") + (required ? "" : "]")
+                               + (option.repeatable ? "..." : "");
+            if (synopsis.size() - lineStart + 1 + word.size() > 98) {
+                synopsis += "\n" + std::string(25, ' ');
+                lineStart = synopsis.size() - 25;
+                synopsis += word;
+            } else {
+                synopsis += " " + word;
+            }
+        }
+        text += synopsis + "\n\nCuts a drum loop into slices, re-sequences them into new breaks and writes\n"
+                "the picked ones as WAV files, exactly as the window's Export Selected does.\n\n";
+        for (const GenerateOption& option : generateOptions)
+            text += optionLines(std::string(option.name) + (option.value != nullptr ? std::string(" ") + option.value : ""),
+                                optionHelp(option));
+        text += "\nThe seed a run used is printed on standard error.\n";
+        return text;
+    }
+    case Command::replay:
+        return text + "  marquetry-cli replay MANIFEST --output DIR\n\n"
+               + optionLines("MANIFEST", "a manifest written by generate --manifest or the window")
+               + optionLines("--output DIR", "folder to write into, created when missing")
+               + "\nRuns the manifest's settings again and writes the same files, byte for byte,\n"
+                 "tags and slice kit (into DIR/kit) included; refused, writing nothing, when a\n"
+                 "source has changed or a file would not come out as the manifest records it.\n";
+    case Command::import:
+        return text + "  marquetry-cli import FILE... --to DIR\n\n"
+               + optionLines("FILE...", "audio files of any common format (FLAC, AIFF, MP3, Ogg,\n24-bit WAV, ...)")
+               + optionLines("--to DIR", "the folder to put the plain WAV loops in; an existing\nfile is never replaced");
+    case Command::info:
+        return text + "  marquetry-cli info FILE... [--json]\n\n"
+               + optionLines("FILE...", "WAV files to describe: format, length, tempo and bars, or\nwhy the reader "
+                                        "refuses one")
+               + optionLines("--json", "print a JSON array instead");
+    case Command::help:
+    case Command::version: break;
+    }
+    return usageText();
 }
 
 std::string usageText() {
-    return "Usage:\n"
-           "  marquetry-cli generate --source FILE [--mashup FILE]... [--slices N] [--variations N]\n"
-           "                         [--model NAME] [--seed TEXT] [--glitch X] --output DIR [--pick LIST]\n"
-           "                         [--manifest FILE] [--join-fade MS] [--fit MODE] [--keep-existing]\n"
-           "                         [--match-formats] [--match-tempo] [--tempo FILE=BPM]...\n"
-           "                         [--tags] [--kit DIR]\n"
-           "  marquetry-cli replay MANIFEST --output DIR\n"
-           "  marquetry-cli import FILE... --to DIR\n"
-           "  marquetry-cli info FILE... [--json]\n"
-           "  marquetry-cli --help | --version\n"
-           "\n"
-           "Cuts a drum loop into slices, re-sequences them into new breaks and writes\n"
-           "the picked ones as WAV files, exactly as the window's Export Selected does.\n"
-           "\n"
-           "  --source FILE    the loop to chop; its folder is the source folder\n"
-           "  --mashup FILE    pool this loop of the source folder too (repeatable);\n"
-           "                   Mashup Mode is on exactly when one is given\n"
-           "  --slices N       slices per source (default 16, at least 4)\n"
-           "  --variations N   how many breaks to generate (default 10)\n"
-           "  --model NAME     chop model, any letter case (default Grid):\n"
-           "                   " + chopModelLabels() + "\n"
-           "  --seed TEXT      a whole number; the same seed gives the same breaks\n"
-           "                   (default blank: the clock's second seeds the run)\n"
-           "  --glitch X       effect amount of the Glitch model (default 0.55)\n"
-           "  --join-fade MS   fade every join and the loop seam over MS milliseconds\n"
-           "                   (1 to " + std::to_string(chop::maxJoinFadeMs) + ") so slices meet without a click (default 0: off)\n"
-           "  --fit MODE       bring every break to the length of the --source loop, so it\n"
-           "                   sits on the bar grid: off (default), trim (cut, or pad with\n"
-           "                   silence) or stretch (change its tempo, keep its pitch)\n"
-           "  --match-formats  convert the --mashup loops to the --source loop's format\n"
-           "                   (channels, bit depth, sample rate) before slicing\n"
-           "  --match-tempo    stretch the --mashup loops to the --source loop's tempo\n"
-           "                   before slicing\n"
-           "  --tempo FILE=BPM the tempo of a loop, over its estimate (20 to 999;\n"
-           "                   repeatable); marquetry-cli info shows the estimates\n"
-           "  --output DIR     folder to write into, created when missing\n"
-           "  --pick LIST      breaks to write, such as 1,3,5, or all (default all)\n"
-           "  --manifest FILE  also write a JSON manifest of the run: settings, the seed\n"
-           "                   used, the sources' and files' SHA-256, every slice placed\n"
-           "  --keep-existing  never replace a file: write NAME-2.wav, NAME-3.wav, ...\n"
-           "                   beside it instead (default: replace it)\n"
-           "  --tags           write the loop's tempo, beats, a loop over the whole file\n"
-           "                   and a marker at every slice into each file (needs a known\n"
-           "                   tempo, 20 to 999 BPM; see info and --tempo)\n"
-           "  --kit DIR        also write a slice kit into DIR: one WAV per slice used,\n"
-           "                   an SFZ instrument (slice 1 on note 36 upward) and a MIDI\n"
-           "                   file per break that plays it from the kit\n"
-           "  replay MANIFEST  run a manifest's settings again and write the same files,\n"
-           "                   byte for byte, tags and slice kit (into DIR/kit) included;\n"
-           "                   refused when a source has changed\n"
-           "  import FILE...   convert audio files of any common format (FLAC, AIFF, MP3,\n"
-           "                   Ogg, 24-bit WAV, ...) into plain WAV loops in the folder\n"
-           "                   given by --to; an existing file is never replaced\n"
-           "  info FILE...     print each WAV file's format, length, tempo and bars, or\n"
-           "                   why the reader refuses it; --json prints a JSON array\n"
-           "  --help           show this text\n"
-           "  --version        show the version\n"
-           "\n"
-           "The seed a run used is printed on standard error.\n";
+    using Command = CliArguments::Command;
+    std::string text = usageText(Command::generate);
+    text.insert(text.find("\n\n"), "\n  marquetry-cli replay MANIFEST --output DIR\n"
+                                   "  marquetry-cli import FILE... --to DIR\n"
+                                   "  marquetry-cli info FILE... [--json]\n"
+                                   "  marquetry-cli --help | --version\n"
+                                   "  marquetry-cli COMMAND --help");
+    text.replace(text.rfind("\nThe seed a run used"), std::string::npos,
+                 optionLines("replay MANIFEST", "run a manifest's settings again and write the same files,\nbyte "
+                                                "for byte, tags and slice kit (into DIR/kit) included;\nrefused when "
+                                                "a source has changed")
+                     + optionLines("import FILE...", "convert audio files of any common format (FLAC, AIFF, MP3,\n"
+                                                     "Ogg, 24-bit WAV, ...) into plain WAV loops in the folder\n"
+                                                     "given by --to; an existing file is never replaced")
+                     + optionLines("info FILE...", "print each WAV file's format, length, tempo and bars, or\nwhy the "
+                                                   "reader refuses it; --json prints a JSON array")
+                     + optionLines("--help", "show this text (COMMAND --help: that command's)")
+                     + optionLines("--version", "show the version")
+                     + "\nThe seed a run used is printed on standard error.\n");
+    return text;
 }
 
-int reportUsageError(std::ostream& err, const std::string& message) {
-    err << "marquetry-cli: " << message << "\n\n" << usageText();
+int reportUsageError(std::ostream& err, const std::string& message, CliArguments::Command command) {
+    using Command = CliArguments::Command;
+    const char* word = command == Command::generate ? "generate "
+                       : command == Command::replay ? "replay "
+                       : command == Command::import ? "import "
+                       : command == Command::info   ? "info "
+                                                    : "";
+    err << "marquetry-cli: " << message << "\nRun 'marquetry-cli " << word << "--help' for usage.\n";
     return exitUsage;
 }
 

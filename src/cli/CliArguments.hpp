@@ -1,7 +1,6 @@
 #pragma once
 
-#include "chop/ChopModel.hpp"
-#include "chop/FitMode.hpp"
+#include "model/RunSettings.hpp"
 
 #include <cstdint>
 #include <map>
@@ -18,44 +17,22 @@ inline constexpr int exitSuccess = 0;
 inline constexpr int exitFailure = 1; ///< the model refused the request or the run failed
 inline constexpr int exitUsage = 2;   ///< the command line itself is wrong
 
-/// A `generate` request as typed. Settings left out stay none, so that the
-/// model's own defaults apply; values are not range-checked, because the
-/// model's checks and messages decide what it accepts.
+/// A `generate` request: the run's settings (the source file as the
+/// selected path, the --mashup files as the checked paths, Mashup Mode on
+/// exactly when there are any, --pick as the picks) and where to write.
+/// Paths are absolute and lexically normal, so they equal what a scan of
+/// their folder lists. Values are in range except the variation count,
+/// which the run's own check and message judge.
 struct GenerateOptions {
-    /// Absolute and lexically normal, so it equals the model's scanned entry.
-    std::string sourceFile;
-    /// Same form as `sourceFile`, each in its folder; Mashup Mode is on
-    /// exactly when this is not empty.
-    std::vector<std::string> mashupFiles;
-    std::optional<std::int64_t> slices;
-    std::optional<std::int64_t> versions;
-    std::optional<chop::ChopModel> chopModel;
-    std::optional<std::string> seedText;
-    std::optional<double> glitchAmount;
-    /// 0 (off) or 1 to chop::maxJoinFadeMs: the one setting checked here,
-    /// since the model has no message of its own for it.
-    std::optional<std::int64_t> joinFadeMs;
-    std::optional<chop::FitMode> fit;
-    bool matchFormats = false;
-    bool matchTempo = false;
-    /// Tempos the user gives for loops, by the same path form as
-    /// `sourceFile`, in chop::minTempoBpm to chop::maxTempoBpm.
-    std::map<std::string, double> tempos;
-    /// As typed: the model expands a leading tilde itself.
+    model::RunSettings settings;
+    /// As typed: a leading tilde is expanded when the files are written.
     std::string outputDir;
-    /// Variation numbers (from 1) that stay ticked, ascending, no repeats;
-    /// empty means all.
-    std::vector<std::int64_t> picks;
-    /// Where to write the run's manifest after the export, if anywhere.
+    /// Where the manifest goes; settings.exportOptions.manifest is on exactly when set.
     std::optional<std::string> manifestPath;
-    /// Never replace a file: write NAME-2.wav, NAME-3.wav, ... instead.
-    bool keepExisting = false;
-    /// Write tempo, loop and slice markers into each file.
-    bool tags = false;
-    /// Where to write the slice kit (slices, SFZ, MIDI), if anywhere.
+    /// Where the slice kit goes; settings.exportOptions.kit is on exactly when set.
     std::optional<std::string> kitDir;
     /// The tempo the tags and the kit are written at, instead of the
-    /// loop's; set after the run, so the run itself never sees it.
+    /// loop's; a replay's, so the run itself never sees it.
     std::optional<double> exportTempo;
 };
 
@@ -80,25 +57,38 @@ struct InfoOptions {
 struct CliArguments {
     enum class Command { help, version, generate, replay, import, info };
     Command command = Command::help;
+    Command helpOf = Command::help; ///< for Command::help: the command whose help was asked for
     GenerateOptions generate;
     ReplayOptions replay;
     ImportOptions import;
     InfoOptions info;
 };
 
+/// A command line that cannot be run: what is wrong, in one line, and the
+/// command whose help to point at.
+struct UsageError {
+    std::string message;
+    CliArguments::Command command = CliArguments::Command::help;
+};
+
 /// Parses the arguments that follow the program name. Returns the request,
-/// or a one-line message saying what is wrong. Reads the working folder to
+/// or what is wrong. Reads the working folder to
 /// make paths absolute; touches nothing else.
-std::variant<CliArguments, std::string> parseArguments(const std::vector<std::string>& arguments);
+std::variant<CliArguments, UsageError> parseArguments(const std::vector<std::string>& arguments);
 
 /// Makes `text` an absolute, lexically normal file path, or none when it
 /// names no file (empty, or ending in a separator).
 std::optional<std::string> normalFilePath(const std::string& text);
 
-/// The usage text, ending in a newline.
+/// The usage text of every command, ending in a newline.
 std::string usageText();
 
-/// Writes "marquetry-cli: <message>" and the usage to `err`; returns exitUsage.
-int reportUsageError(std::ostream& err, const std::string& message);
+/// The usage text of one command: its synopsis and its options.
+std::string usageText(CliArguments::Command command);
+
+/// Writes "marquetry-cli: <message>" and a line pointing at the help of
+/// `command` to `err`; returns exitUsage.
+int reportUsageError(std::ostream& err, const std::string& message,
+                     CliArguments::Command command = CliArguments::Command::help);
 
 } // namespace marquetry::cli

@@ -1,20 +1,20 @@
 #include "cli/Commands.hpp"
 
 #include "audio/WavReader.hpp"
-#include "cli/HeadlessPlatform.hpp"
-#include "model/AppModel.hpp"
+#include "chop/TempoEstimate.hpp"
 #include "model/ErrorText.hpp"
+#include "model/Export.hpp"
 #include "model/FileSystem.hpp"
+#include "model/Generation.hpp"
 #include "model/Import.hpp"
 #include "model/Manifest.hpp"
-#include "model/Sha256.hpp"
 #include "model/SystemServices.hpp"
-
-#include "chop/TempoEstimate.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -23,41 +23,59 @@ namespace marquetry::cli {
 namespace {
 
 namespace fs = std::filesystem;
-using Field = model::AppModel::Field;
+using Json = nlohmann::ordered_json;
+
+// A manifest is a few kilobytes per variation; anything near this size is
+// not one, and parsing it would cost many times its size in memory.
+constexpr std::uintmax_t maxManifestBytes = 64'000'000;
 
 int reportFailure(std::ostream& err, const std::string& status) {
     err << status << '\n';
     return exitFailure;
 }
 
-std::string quoted(const std::string& text) {
-    return "'" + text + "'";
+// A status line as the window would show it; a line that cannot be
+// written is lost, never the run or the export.
+void printStatus(std::ostream& out, const std::string& status) {
+    out << status << '\n' << std::flush;
+    out.clear();
 }
 
-// Why the model could not use this path as a source, before it tries: each
+// The output of info and import is what they are run for: a write that
+// fails (a full disk, a closed pipe) fails the command.
+int finish(std::ostream& out, std::ostream& err, int status) {
+    out.flush();
+    if (out)
+        return status;
+    err << "marquetry-cli: cannot write to standard output\n";
+    return exitFailure;
+}
+
+std::string dumped(const Json& json) {
+    // A file name that is not UTF-8 is shown with replacement characters
+    // rather than stopping the output half way.
+    return json.dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+// Why the run could not use this path as a source, before it tries: each
 // problem in words of its own rather than one "cannot find".
 std::optional<std::string> sourcePathProblem(const std::string& file) {
     const fs::path path = model::pathFromText(file);
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (error == std::errc::too_many_symbolic_link_levels)
-        return "the source file " + quoted(file) + " is a loop of symbolic links";
+        return "the source file " + model::quoted(file) + " is a loop of symbolic links";
     if (status.type() == fs::file_type::not_found) {
         if (fs::is_symlink(fs::symlink_status(path, error)))
-            return "the source file " + quoted(file) + " is a symbolic link to nothing";
-        return "cannot find the source file " + quoted(file);
+            return "the source file " + model::quoted(file) + " is a symbolic link to nothing";
+        return "cannot find the source file " + model::quoted(file);
     }
     if (error)
-        return "cannot reach the source file " + quoted(file) + ": " + error.message();
+        return "cannot reach the source file " + model::quoted(file) + ": " + error.message();
     if (status.type() == fs::file_type::directory)
-        return quoted(file) + " is a folder, not a WAV file";
-    const std::string name = model::fileName(file);
-    const std::size_t dot = name.rfind('.');
-    std::string extension = dot == std::string::npos ? "" : name.substr(dot + 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
-    if (extension != "wav")
-        return "the source file " + quoted(file) + " does not end in .wav; only WAV files can be sources";
+        return model::quoted(file) + " is a folder, not a WAV file";
+    if (!model::hasWavExtension(model::fileName(file)))
+        return "the source file " + model::quoted(file) + " does not end in .wav; only WAV files can be sources";
     try {
         model::listFolder(model::pathText(path.parent_path()));
     } catch (const std::system_error& failure) {
@@ -66,175 +84,189 @@ std::optional<std::string> sourcePathProblem(const std::string& file) {
     return std::nullopt;
 }
 
-void keepOnlyPicked(model::AppModel& app, const std::vector<std::int64_t>& picks) {
-    if (picks.empty())
-        return;
-    app.setAllSelected(false);
-    // Ids first: every toggle notifies, and observers may read the list.
-    std::vector<playback::Uuid> picked;
-    for (const std::int64_t number : picks)
-        picked.push_back(app.generatedLoops().at(static_cast<std::size_t>(number - 1)).id);
-    for (const playback::Uuid& id : picked)
-        app.toggleSelection(id, true);
-}
-
 std::string seedLine(const model::RunRecord& run) {
     std::string line = "Seed of this run: " + std::to_string(run.seed);
     if (!run.seedFromClock())
         return line;
-    if (run.request.seedText.empty())
+    if (run.settings.seedText.empty())
         return line + " (no seed was given, so the clock chose it)";
-    return line + " (the seed text " + quoted(run.request.seedText) + " is not a whole number, so the clock chose it)";
+    return line + " (the seed text " + model::quoted(run.settings.seedText) + " is not a whole number, so the clock chose it)";
+}
+
+// An interrupt while files are being written stops the export between two
+// files, so that it publishes nothing and removes its temporaries; the
+// signal then ends the program as it would have.
+std::atomic<int> stopSignal{0};
+
+class StopOnSignals {
+public:
+    StopOnSignals() {
+        stopSignal = 0;
+        for (std::size_t i = 0; i < std::size(signals); ++i)
+            previous[i] = std::signal(signals[i], [](int signal) { stopSignal = signal; });
+    }
+    ~StopOnSignals() {
+        for (std::size_t i = 0; i < std::size(signals); ++i)
+            std::signal(signals[i], previous[i]);
+        if (const int signal = stopSignal.load(); signal != 0)
+            std::raise(signal);
+    }
+    StopOnSignals(const StopOnSignals&) = delete;
+    StopOnSignals& operator=(const StopOnSignals&) = delete;
+
+private:
+    static constexpr int signals[] = {SIGINT, SIGTERM
+#if defined(SIGHUP)
+                                      ,
+                                      SIGHUP
+#endif
+    };
+    void (*previous[std::size(signals)])(int) = {};
+};
+
+// Generates the run `options` describe from `alreadyRead` (the sources read
+// so far) and writes the chosen variations; `expected` are the SHA-256 the
+// files must have, for a replay.
+int generateAndExport(const GenerateOptions& options, std::map<std::string, model::ReadSource> alreadyRead,
+                      const std::map<std::int64_t, std::string>& expected, std::ostream& out, std::ostream& err) {
+    const model::RunSettings& settings = options.settings;
+    const std::int64_t versions = settings.plan.variationCount;
+    if (settings.plan.sliceCount < model::minSliceCount || versions < 1) {
+        printStatus(out, "Slices must be >= 4 and versions >= 1.");
+        return reportFailure(err, "Slices must be >= 4 and versions >= 1.");
+    }
+    if (!settings.picks.empty() && settings.picks.back() > versions)
+        return reportUsageError(err, "--pick " + std::to_string(settings.picks.back()) + " is beyond the "
+                                         + std::to_string(versions) + " variation(s) to be generated",
+                                CliArguments::Command::generate);
+
+    printStatus(out, "Generating previews...");
+    model::RunSettings run = settings;
+    run.tempoOverrides = model::tempoOverridesRead(settings, settings.tempoOverrides);
+    model::GenerationResult result;
+    try {
+        result = model::runGeneration(run, model::systemUnixSeconds, model::osRandomUuid, 0, std::move(alreadyRead));
+    } catch (const std::exception& error) {
+        const std::string status = "Error: " + model::describe(error);
+        printStatus(out, status);
+        return reportFailure(err, status);
+    }
+    printStatus(out, model::runSummary(result.run, result.loops.size()));
+
+    std::vector<std::int64_t> numbers = settings.picks;
+    if (numbers.empty())
+        for (std::int64_t n = 1; n <= static_cast<std::int64_t>(result.loops.size()); ++n)
+            numbers.push_back(n);
+    // Tags and kits are written at the run's reference loop's tempo: the
+    // replayed one, the user's or the estimate, only asked for when used.
+    std::optional<chop::TempoEstimate> tagTempo;
+    if (settings.exportOptions.tags || settings.exportOptions.kit) {
+        const audio::WavData& reference = result.reference;
+        const audio::FrameCount frames = audio::frameCount(reference.pcmData.size(), reference.blockAlign);
+        const auto corrected = settings.tempoOverrides.find(settings.selectedPath);
+        if (options.exportTempo)
+            tagTempo = chop::tempoAt(*options.exportTempo, frames, reference.sampleRate);
+        else if (corrected != settings.tempoOverrides.end())
+            tagTempo = chop::tempoAt(corrected->second, frames, reference.sampleRate);
+        else
+            tagTempo = chop::estimateTempo(reference);
+    }
+    const std::string home = model::systemHomeFolder();
+    int status = exitSuccess;
+    try {
+        const StopOnSignals stopOnSignals;
+        const model::ExportResult exported = model::exportRun({
+            .run = &result.run,
+            .loops = result.loops,
+            .numbers = std::move(numbers),
+            .format = result.reference,
+            .options = settings.exportOptions,
+            .tagTempo = tagTempo,
+            .outputDir = model::expandTilde(options.outputDir, home),
+            .kitDir = options.kitDir ? std::optional(model::expandTilde(*options.kitDir, home)) : std::nullopt,
+            .manifestPath = options.manifestPath,
+            .stopRequested = [] { return stopSignal.load() != 0; },
+            .expectedSha256 = expected,
+        });
+        printStatus(out, exported.status);
+    } catch (const model::ExportRefusal& refusal) {
+        printStatus(out, refusal.what());
+        status = reportFailure(err, refusal.what());
+    } catch (const std::exception& error) {
+        const std::string failure = "Export failed: " + model::describe(error);
+        printStatus(out, failure);
+        status = reportFailure(err, failure);
+    }
+    err << seedLine(result.run) << '\n';
+    if (const auto mismatch = model::formatMismatchWarning(result.run))
+        err << "Warning: " << *mismatch << " Use --match-formats to convert the loops to one format.\n";
+    return status;
 }
 
 } // namespace
 
 int runGenerate(const GenerateOptions& options, std::ostream& out, std::ostream& err) {
-    if (const auto problem = sourcePathProblem(options.sourceFile))
-        return reportUsageError(err, *problem);
-    const std::string sourceFolder = model::pathText(model::pathFromText(options.sourceFile).parent_path());
-
-    // Both keys answer the source folder, which exists, so the constructor
-    // creates nothing; the real output folder is set just before export.
-    MemorySettings settings({{model::AppModel::sourceDirKey, sourceFolder},
-                             {model::AppModel::outputDirKey, sourceFolder}});
-    CancellingFolderChooser folderChooser;
-    AbsentFileBrowser fileBrowser;
-    SilentAudioPlayers audioPlayers;
-    IdleTimers timers;
-    MainLoop mainLoop;
-    model::AppModel app({
-        .settings = settings,
-        .folderChooser = folderChooser,
-        .fileBrowser = fileBrowser,
-        .tasks = mainLoop,
-        .audioPlayers = audioPlayers,
-        .timers = timers,
-        .homeFolder = model::systemHomeFolder(),
-        .unixSeconds = model::systemUnixSeconds,
-        .randomUuid = model::osRandomUuid,
-    }, options.sourceFile);
-
-    // The scan reports the folder, not the loop, which the window would show
-    // next; the command line says what happened to the loop it was given.
-    if (app.selectedFile() != options.sourceFile)
-        return reportUsageError(err, "the source folder no longer lists " + quoted(options.sourceFile));
-    if (!app.sourceWavData()) {
-        app.loadSelectedSourceWaveform();
-        return reportFailure(err, app.status());
+    if (const auto problem = sourcePathProblem(options.settings.selectedPath))
+        return reportUsageError(err, *problem, CliArguments::Command::generate);
+    // The selected loop is read once, here, so that a loop that cannot be
+    // read is reported as the window reports it, before the run starts.
+    std::map<std::string, model::ReadSource> read;
+    try {
+        read.emplace(options.settings.selectedPath, model::readSource(options.settings.selectedPath));
+    } catch (const std::exception& error) {
+        return reportFailure(err, "Error loading source: " + model::describe(error));
     }
-
-    for (const std::string& file : options.mashupFiles)
-        app.toggleMashupMembership(file, true);
-    app.setMashupMode(!options.mashupFiles.empty());
-    if (options.slices)
-        app.setSlices(*options.slices);
-    if (options.versions)
-        app.setVersions(*options.versions);
-    if (options.chopModel)
-        app.setChopModel(*options.chopModel);
-    if (options.seedText)
-        app.setSeedText(*options.seedText);
-    if (options.glitchAmount)
-        app.setGlitchAmount(*options.glitchAmount);
-    if (options.joinFadeMs)
-        app.setJoinFadeMs(*options.joinFadeMs);
-    if (options.fit)
-        app.setFit(*options.fit);
-    app.setMatchFormats(options.matchFormats);
-    app.setMatchTempo(options.matchTempo);
-    for (const auto& [file, bpm] : options.tempos)
-        app.setTempoOverride(file, bpm);
-
-    // Checked against the count the model will generate; a count the model
-    // refuses is left for generate to report.
-    if (!options.picks.empty() && app.versions() >= 1 && options.picks.back() > app.versions())
-        return reportUsageError(err, "--pick " + std::to_string(options.picks.back()) + " is beyond the "
-                                         + std::to_string(app.versions()) + " variation(s) to be generated");
-    // Each variation is about as long as the source: a count whose output
-    // cannot fit is a mistake in the request, not a run to start.
-    const double expected = static_cast<double>(app.versions()) * static_cast<double>(app.sourceWavData()->pcmData.size());
-    if (const auto available = static_cast<double>(model::availableMemoryBytes()); expected > available)
-        return reportUsageError(err, "--variations " + std::to_string(app.versions()) + " of this loop would need about "
-                                         + model::readableSize(expected) + " of memory; "
-                                         + model::readableSize(available) + " is available");
-
-    app.subscribe([&](Field field) {
-        if (field == Field::status) {
-            out << app.status() << '\n' << std::flush;
-            out.clear(); // a line that cannot be written is lost, never the export
-        }
-    });
-    app.generate();
-    mainLoop.runUntil([&] { return !app.isGenerating(); });
-    mainLoop.joinBackgroundThreads();
-    // Loading the source emptied the list, and only a successful run fills it.
-    if (app.generatedLoops().empty())
-        return reportFailure(err, app.status());
-
-    keepOnlyPicked(app, options.picks);
-    if (options.exportTempo)
-        app.setTempoOverride(app.lastRun()->request.selectedPath, options.exportTempo);
-    app.setOutputDir(options.outputDir);
-    app.setKeepExisting(options.keepExisting);
-    app.setExportTags(options.tags);
-    const bool exported = app.exportSelected(options.manifestPath, options.kitDir).exported;
-    const int status = exported ? exitSuccess : reportFailure(err, app.status());
-    err << seedLine(*app.lastRun()) << '\n';
-    if (const auto mismatch = model::formatMismatchWarning(*app.lastRun()))
-        err << "Warning: " << *mismatch << " Use --match-formats to convert the loops to one format.\n";
-    return status;
+    return generateAndExport(options, std::move(read), {}, out, err);
 }
 
 int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err) {
-    model::Manifest manifest;
-    try {
-        const audio::Bytes text = audio::readWholeFile(options.manifestPath);
-        manifest = model::parseManifest(std::string_view(reinterpret_cast<const char*>(text.data()), text.size()));
-        for (const model::SourceRecord& source : manifest.run.sources) {
-            if (model::sha256Hex(audio::readWholeFile(source.path)) != source.sha256)
-                return reportFailure(err, "Replay refused: " + source.path
-                                              + " has changed since the manifest was written. Nothing was written.");
-        }
-    } catch (const std::exception& error) {
-        std::string reason = model::describe(error);
+    const auto refuse = [&err](std::string reason) {
         if (!reason.ends_with('.'))
             reason += '.';
         return reportFailure(err, "Replay refused: " + reason + " Nothing was written.");
+    };
+    model::Manifest manifest;
+    std::map<std::string, model::ReadSource> read;
+    try {
+        if (const std::uintmax_t size = fs::file_size(model::pathFromText(options.manifestPath));
+            size > maxManifestBytes)
+            return refuse(options.manifestPath + " is " + model::readableSize(static_cast<double>(size))
+                          + ", more than the " + model::readableSize(static_cast<double>(maxManifestBytes))
+                          + " a manifest can be");
+        const audio::Bytes text = audio::readWholeFile(options.manifestPath);
+        manifest = model::parseManifest(std::string_view(reinterpret_cast<const char*>(text.data()), text.size()));
+        // Each source is read once: the bytes whose digest is checked are
+        // the bytes the run is made of.
+        for (const model::SourceRecord& source : manifest.run.sources) {
+            model::ReadSource bytes = model::readSource(source.path);
+            if (bytes.sha256 != source.sha256)
+                return refuse(source.path + " has changed since the manifest was written");
+            read.emplace(source.path, std::move(bytes));
+        }
+    } catch (const fs::filesystem_error& error) {
+        return refuse(error.path1().string() + ": " + error.code().message());
+    } catch (const std::exception& error) {
+        return refuse(model::describe(error));
     }
 
-    const model::GenerationRequest& request = manifest.run.request;
     GenerateOptions generate;
-    generate.sourceFile = request.selectedPath;
-    if (request.mashupMode)
-        for (const model::SourceRecord& source : manifest.run.sources)
-            generate.mashupFiles.push_back(source.path);
-    generate.slices = request.sliceCount;
-    generate.versions = request.versions;
-    generate.chopModel = request.chopModel;
-    generate.seedText = std::to_string(manifest.run.seed);
-    generate.glitchAmount = request.glitchAmount;
-    generate.joinFadeMs = request.joinFadeMs;
-    generate.fit = request.fit;
-    generate.matchFormats = request.matchFormats;
-    generate.matchTempo = request.matchTempo;
-    generate.tempos = request.tempoOverrides;
+    generate.settings = manifest.run.settings;
+    generate.settings.seedText = std::to_string(manifest.run.seed);
+    generate.settings.exportOptions.manifest = false;
     generate.outputDir = options.outputDir;
-    generate.picks = manifest.numbers;
-    generate.tags = manifest.exportRecord.tagTempoBpm.has_value();
     generate.exportTempo = manifest.exportRecord.tagTempoBpm;
     if (manifest.exportRecord.kit)
-        generate.kitDir = model::pathText(model::pathFromText(options.outputDir) / model::AppModel::kitFolderName);
-    return runGenerate(generate, out, err);
+        generate.kitDir = model::joinPath(options.outputDir, model::kitFolderName);
+    return generateAndExport(generate, std::move(read), manifest.variationSha256, out, err);
 }
 
-int runImport(const ImportOptions& options, std::ostream& out) {
+int runImport(const ImportOptions& options, std::ostream& out, std::ostream& err) {
     // Like --output, the folder is made when missing.
     try {
         model::createFolder(options.folder);
     } catch (const std::exception& error) {
         out << "Import failed: " << model::describe(error) << '\n';
-        return exitFailure;
+        return finish(out, err, exitFailure);
     }
     int status = exitSuccess;
     for (const std::string& file : options.files) {
@@ -250,16 +282,26 @@ int runImport(const ImportOptions& options, std::ostream& out) {
         }
         out << std::flush;
     }
-    return status;
+    return finish(out, err, status);
 }
 
-int runInfo(const InfoOptions& options, std::ostream& out) {
+int runInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
     int status = exitSuccess;
-    auto array = nlohmann::ordered_json::array();
+    auto array = Json::array();
     for (const std::string& file : options.files) {
+        // The header tells the format and length; the samples are read only
+        // for a tempo, which nothing longer than a loop has.
         audio::WavData wav;
+        audio::FrameCount frames = 0;
+        std::optional<chop::TempoEstimate> tempo;
         try {
-            wav = audio::loadWav(file);
+            const audio::WavHeader header = audio::readWavHeader(file);
+            wav = header.format;
+            frames = audio::frameCount(header.payloadBytes, wav.blockAlign);
+            if (wav.sampleRate != 0 && static_cast<double>(frames) / wav.sampleRate <= chop::maxLoopSeconds) {
+                const audio::WavData loaded = audio::loadWav(file);
+                tempo = chop::estimateTempo(loaded);
+            }
         } catch (const std::exception& error) {
             const std::string message = model::describe(error);
             if (options.json)
@@ -269,15 +311,12 @@ int runInfo(const InfoOptions& options, std::ostream& out) {
             status = exitFailure;
             continue;
         }
-        const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
         const double seconds = wav.sampleRate == 0 ? 0.0 : static_cast<double>(frames) / wav.sampleRate;
-        const auto tempo = chop::estimateTempo(wav);
         if (options.json) {
             array.push_back({{"file", file}, {"frames", frames}, {"sampleRate", wav.sampleRate},
                              {"channels", wav.channels}, {"bitsPerSample", wav.bitsPerSample},
                              {"audioFormat", wav.audioFormat}, {"seconds", seconds},
-                             {"bpm", tempo ? nlohmann::ordered_json(tempo->bpm) : nullptr},
-                             {"bars", tempo ? nlohmann::ordered_json(tempo->bars) : nullptr}});
+                             {"bpm", tempo ? Json(tempo->bpm) : nullptr}, {"bars", tempo ? Json(tempo->bars) : nullptr}});
             continue;
         }
         char line[160];
@@ -287,8 +326,8 @@ int runInfo(const InfoOptions& options, std::ostream& out) {
         out << file << ": " << line << (tempo ? chop::tempoText(*tempo) : std::string("tempo unknown")) << '\n';
     }
     if (options.json)
-        out << array.dump(2) << '\n';
-    return status;
+        out << dumped(array) << '\n';
+    return finish(out, err, status);
 }
 
 } // namespace marquetry::cli

@@ -5,6 +5,7 @@
 #include "audio/WavWriter.hpp"
 #include "chop/JoinFades.hpp"
 #include "model/DawExport.hpp"
+#include "model/Export.hpp"
 #include "model/ErrorText.hpp"
 #include "model/FileSystem.hpp"
 #include "model/Import.hpp"
@@ -41,43 +42,6 @@ audio::WavHeader headerOf(const audio::WavData& wav) {
             wav.pcmData.size()};
 }
 
-// The text after the last dot is "wav" in any letter case.
-bool hasWavExtension(const std::string& name) {
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string::npos || name.size() - dot != 4)
-        return false;
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return lower(name[dot + 1]) == 'w' && lower(name[dot + 2]) == 'a' && lower(name[dot + 3]) == 'v';
-}
-
-// A folder and an entry name, as fs::path's "/" joins them, without building
-// paths: a scan joins every entry of the folder.
-std::string joinPath(const std::string& folder, const std::string& name) {
-    constexpr char separator = static_cast<char>(std::filesystem::path::preferred_separator);
-    if (folder.empty() || folder.back() == '/' || folder.back() == separator)
-        return folder + name;
-    return folder + separator + name;
-}
-
-// The manifest of a window export sits beside the variations, named after
-// their shared stem and model.
-std::string manifestName(const RunRecord& run) {
-    const std::string first = variationName(fileName(run.request.selectedPath), run.request.chopModel, 1);
-    return first.substr(0, first.size() - std::string_view("01.wav").size()) + "_manifest.json";
-}
-
-// A stored fade length that is not a whole number in range (edited by hand,
-// or from another version) turns the fade off rather than guessing.
-std::int64_t storedJoinFadeMs(const std::optional<std::string>& text) {
-    std::int64_t value = 0;
-    if (!text || text->empty())
-        return 0;
-    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
-    if (error != std::errc() || end != text->data() + text->size() || value < 0 || value > chop::maxJoinFadeMs)
-        return 0;
-    return value;
-}
-
 } // namespace
 
 void ensureDirectoryExists(const std::string& path, const std::string& homeFolder) {
@@ -91,19 +55,13 @@ void ensureDirectoryExists(const std::string& path, const std::string& homeFolde
 AppModel::AppModel(Platform platform, std::optional<std::string> initialSelection)
     : platform_(std::move(platform)),
       preview_(platform_.audioPlayers, platform_.timers, [this](playback::PreviewSession::Change change) {
-          notify(change == playback::PreviewSession::Change::playingTarget ? Field::playingTarget
-                                                                           : Field::playbackProgress);
+          notify({change == playback::PreviewSession::Change::playingTarget ? Field::playingTarget
+                                                                            : Field::playbackProgress,
+                  {}, false});
       }) {
     sourceDir_ = platform_.settings.string(sourceDirKey).value_or(expanded(defaultSourceDir));
     outputDir_ = platform_.settings.string(outputDirKey).value_or(expanded(defaultOutputDir));
-    exportManifest_ = platform_.settings.string(exportManifestKey) == "true";
-    joinFadeMs_ = storedJoinFadeMs(platform_.settings.string(joinFadeMsKey));
-    fit_ = chop::parseFitMode(platform_.settings.string(fitKey).value_or("")).value_or(chop::FitMode::off);
-    matchFormats_ = platform_.settings.string(matchFormatsKey) == "true";
-    matchTempo_ = platform_.settings.string(matchTempoKey) == "true";
-    keepExisting_ = platform_.settings.string(keepExistingKey) == "true";
-    exportTags_ = platform_.settings.string(exportTagsKey) == "true";
-    exportKit_ = platform_.settings.string(exportKitKey) == "true";
+    settings_ = restoreOptions(platform_.settings);
     ensureDirectoryExists(sourceDir_, platform_.homeFolder);
     ensureDirectoryExists(outputDir_, platform_.homeFolder);
     // Taken by the scan like any earlier selection: kept and loaded when
@@ -118,19 +76,19 @@ AppModel::~AppModel() {
         factsPass_->store(true);
 }
 
-void AppModel::subscribe(std::function<void(Field)> observer) {
+void AppModel::subscribe(std::function<void(const Change&)> observer) {
     observers_.push_back(std::move(observer));
 }
 
-void AppModel::notify(Field which) {
+void AppModel::notify(const Change& change) {
     for (const auto& observer : observers_)
-        observer(which);
+        observer(change);
 }
 
 template <typename T>
 void AppModel::write(T& field, T value, Field which) {
     field = std::move(value);
-    notify(which);
+    notify({which, {}, false});
 }
 
 void AppModel::setStatus(std::string text) {
@@ -143,44 +101,13 @@ std::string AppModel::expanded(const std::string& path) const {
 
 void AppModel::setSourceDir(std::string value) { write(sourceDir_, std::move(value), Field::sourceDir); }
 void AppModel::setOutputDir(std::string value) { write(outputDir_, std::move(value), Field::outputDir); }
-void AppModel::setSlices(std::int64_t value) { write(slices_, value, Field::slices); }
-void AppModel::setVersions(std::int64_t value) { write(versions_, value, Field::versions); }
-void AppModel::setChopModel(chop::ChopModel value) { write(chopModel_, value, Field::chopModel); }
 void AppModel::setMashupMode(bool value) { write(mashupMode_, value, Field::mashupMode); }
-void AppModel::setSeedText(std::string value) { write(seedText_, std::move(value), Field::seedText); }
-void AppModel::setGlitchAmount(double value) { write(glitchAmount_, value, Field::glitchAmount); }
 
-void AppModel::setExportManifest(bool value) {
-    write(exportManifest_, value, Field::exportManifest);
-    platform_.settings.setString(exportManifestKey, value ? "true" : "false");
-}
-
-void AppModel::setJoinFadeMs(std::int64_t value) {
-    write(joinFadeMs_, value, Field::joinFadeMs);
-    platform_.settings.setString(joinFadeMsKey, std::to_string(value));
-}
-
-void AppModel::setFit(chop::FitMode value) {
-    write(fit_, value, Field::fit);
-    platform_.settings.setString(fitKey, std::string(chop::fitModeName(value)));
-}
-
-void AppModel::setMatchFormats(bool value) {
-    write(matchFormats_, value, Field::matchFormats);
-    platform_.settings.setString(matchFormatsKey, value ? "true" : "false");
-}
-
-void AppModel::setMatchTempo(bool value) {
-    write(matchTempo_, value, Field::matchTempo);
-    platform_.settings.setString(matchTempoKey, value ? "true" : "false");
-}
-
-std::map<std::string, double> AppModel::runTempoOverrides() const {
-    std::map<std::string, double> used;
-    for (const auto& [path, bpm] : tempoOverrides_)
-        if (path == selectedFile_ || (mashupMode_ && mashupSourcePaths_.contains(path)))
-            used.emplace(path, bpm);
-    return used;
+void AppModel::changeSettings(const std::function<void(RunSettings&)>& change) {
+    const RunSettings before = settings_;
+    change(settings_);
+    storeOptions(platform_.settings, before, settings_);
+    notify({Field::settings, {}, false});
 }
 
 std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) const {
@@ -224,8 +151,7 @@ void AppModel::dropFacts() {
 }
 
 void AppModel::notifyFacts(Field which, std::vector<std::string> paths) {
-    factsChangedPaths_ = std::move(paths);
-    notify(which);
+    notify({which, std::move(paths), false});
 }
 
 void AppModel::startFactsPass() {
@@ -326,21 +252,6 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
     else
         tempoOverrides_.erase(path);
     notifyFacts(Field::tempo, {path});
-}
-
-void AppModel::setExportTags(bool value) {
-    write(exportTags_, value, Field::exportTags);
-    platform_.settings.setString(exportTagsKey, value ? "true" : "false");
-}
-
-void AppModel::setExportKit(bool value) {
-    write(exportKit_, value, Field::exportKit);
-    platform_.settings.setString(exportKitKey, value ? "true" : "false");
-}
-
-void AppModel::setKeepExisting(bool value) {
-    write(keepExisting_, value, Field::keepExisting);
-    platform_.settings.setString(keepExistingKey, value ? "true" : "false");
 }
 
 void AppModel::setMasterVolume(double value) {
@@ -480,7 +391,7 @@ void AppModel::clearGeneratedLoops() {
     write(generatedLoops_, {}, Field::generatedLoops);
     if (history_.isShown()) {
         history_.leave();
-        notify(Field::runHistory);
+        notify({Field::runHistory, {}, false});
     }
 }
 
@@ -502,28 +413,19 @@ void AppModel::generate() {
         setStatus("Select a source loop first.");
         return;
     }
-    if (slices_ < 4 || versions_ < 1) {
+    if (settings_.plan.sliceCount < 4 || settings_.plan.variationCount < 1) {
         setStatus("Slices must be >= 4 and versions >= 1.");
         return;
     }
-    launch(GenerationRequest{
-        .seedText = seedText_,
-        .mashupMode = mashupMode_,
-        .checkedPaths = mashupSourcePaths_,
-        .selectedPath = *selectedFile_,
-        .sliceCount = slices_,
-        .chopModel = chopModel_,
-        .versions = versions_,
-        .glitchAmount = glitchAmount_,
-        .joinFadeMs = joinFadeMs_,
-        .fit = fit_,
-        .matchFormats = matchFormats_,
-        .matchTempo = matchTempo_,
-        .tempoOverrides = matchTempo_ ? runTempoOverrides() : std::map<std::string, double>{},
-    }, std::nullopt);
+    RunSettings run = settings_;
+    run.mashupMode = mashupMode_;
+    run.checkedPaths = mashupSourcePaths_;
+    run.selectedPath = *selectedFile_;
+    run.tempoOverrides = tempoOverridesRead(run, tempoOverrides_);
+    launch(std::move(run), std::nullopt);
 }
 
-void AppModel::launch(GenerationRequest request, std::optional<std::size_t> historyIndex) {
+void AppModel::launch(RunSettings request, std::optional<std::size_t> historyIndex) {
     write(isGenerating_, true, Field::isGenerating);
     stopPlayback();
     setStatus("Generating previews...");
@@ -553,13 +455,13 @@ void AppModel::bringBack(std::optional<std::size_t> historyIndex) {
     }
     // The run's own loop, when it is still listed, so that the waveform,
     // the list and the variations agree again.
-    const std::string& selected = entry.request.selectedPath;
+    const std::string& selected = entry.settings.selectedPath;
     if (selectedFile_ != selected && std::find(wavFiles_.begin(), wavFiles_.end(), selected) != wavFiles_.end())
         setSelectedFile(selected);
-    launch(entry.replayRequest(), historyIndex);
+    launch(entry.replaySettings(), historyIndex);
 }
 
-void AppModel::startGeneration(GenerationRequest request, std::optional<std::size_t> historyIndex) {
+void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> historyIndex) {
     platform_.tasks.runInBackground([request = std::move(request), historyIndex, unixSeconds = platform_.unixSeconds,
                                      randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
@@ -567,11 +469,7 @@ void AppModel::startGeneration(GenerationRequest request, std::optional<std::siz
         std::function<void()> back;
         try {
             auto result = std::make_shared<GenerationResult>(runGeneration(request, unixSeconds, randomUuid));
-            const std::string summary = "Generated " + std::to_string(result->loops.size()) + " preview loop(s) "
-                                        + (request.mashupMode ? "from " + std::to_string(result->run.sources.size())
-                                                                    + " source files"
-                                                              : std::string("from 1 source file"))
-                                        + " using " + std::string(chop::label(request.chopModel)) + " chop model.";
+            const std::string summary = runSummary(result->run, result->loops.size());
             back = [model, alive, result, summary, historyIndex] {
                 if (alive.lock())
                     model->handBack(std::move(*result), summary, historyIndex);
@@ -608,7 +506,8 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
-    write(generatedLoops_, std::move(result.loops), Field::generatedLoops);
+    generatedLoops_ = std::move(result.loops);
+    notify({Field::generatedLoops, {}, true});
     setStatus(std::move(summary));
     write(isGenerating_, false, Field::isGenerating);
 }
@@ -627,22 +526,13 @@ std::optional<chop::TempoEstimate> AppModel::exportTempo() const {
 }
 
 audio::Bytes AppModel::exportedBytes(const GeneratedLoop& loop) const {
-    return taggedWhenAsked(loop.pcmData, loop.placements, exportTempo());
+    return exportedFileBytes(*sourceWavData_, loop.pcmData, loop.placements, settings_.exportOptions.tags,
+                             exportTempo());
 }
 
 audio::Bytes AppModel::exportedSourceBytes() const {
-    return taggedWhenAsked(sourceWavData_->pcmData, {}, selectedFile_ ? tempoFor(*selectedFile_) : std::nullopt);
-}
-
-audio::Bytes AppModel::taggedWhenAsked(const audio::Bytes& pcm, std::span<const chop::Placement> placements,
-                                       const std::optional<chop::TempoEstimate>& tempo) const {
-    const audio::WavData& format = *sourceWavData_;
-    if (!exportTags_ || !usableTempo(tempo))
-        return audio::buildWavFileData(format, pcm);
-    return audio::buildWavFileData(
-        format, pcm,
-        audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, tempo->bpm), format,
-                             audio::frameCount(pcm.size(), format.blockAlign)));
+    return exportedFileBytes(*sourceWavData_, sourceWavData_->pcmData, {}, settings_.exportOptions.tags,
+                             selectedFile_ ? tempoFor(*selectedFile_) : std::nullopt);
 }
 
 std::optional<std::string> AppModel::writeDragFile(const playback::PlaybackTarget& target, const std::string& folder) {
@@ -667,97 +557,42 @@ std::optional<std::string> AppModel::writeDragFile(const playback::PlaybackTarge
     }
 }
 
-AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string>& manifestPath,
-                                                 const std::optional<std::string>& kitFolder) {
+AppModel::ExportOutcome AppModel::exportSelected() {
     ExportOutcome outcome;
     if (!sourceWavData_) {
         setStatus("Load a source loop first.");
         return outcome;
     }
-    std::vector<ExportedVariation> selected;
+    std::vector<std::int64_t> numbers;
     for (std::size_t i = 0; i < generatedLoops_.size(); ++i)
         if (generatedLoops_[i].isSelected)
-            selected.push_back({static_cast<std::int64_t>(i + 1), &generatedLoops_[i], {}});
-    if (selected.empty()) {
+            numbers.push_back(static_cast<std::int64_t>(i + 1));
+    if (numbers.empty() || !lastRun_) {
         setStatus("No generated loops selected for export.");
         return outcome;
     }
     setOutputDir(expanded(outputDir_));
-    const bool withManifest = (manifestPath || exportManifest_) && lastRun_;
-    const auto tempo = exportTempo();
-    const bool tagsWritten = exportTags_ && usableTempo(tempo);
-    const std::optional<std::string> kitPath = kitFolder ? std::optional(expanded(*kitFolder))
-                                               : exportKit_ ? std::optional(joinPath(outputDir_, kitFolderName))
-                                                            : std::nullopt;
-    const bool tempoMissing = (exportTags_ || kitPath) && !usableTempo(tempo);
-    // Replace, or Keep both: the new file under the next free name.
-    const auto writeFile = [this](const std::string& folder, const std::string& name,
-                                  std::span<const std::uint8_t> bytes) {
-        if (keepExisting_)
-            return writeUnderFreeName(folder, name, bytes);
-        const std::string path = joinPath(folder, name);
-        writeFileAtomically(path, bytes);
-        return path;
-    };
     try {
-        // The kit is made whole before anything is written, so one that
-        // cannot be made costs no file.
-        std::vector<KitFile> kit;
-        if (kitPath && !tempoMissing) {
-            std::vector<const GeneratedLoop*> loops;
-            for (const ExportedVariation& variation : selected)
-                loops.push_back(variation.loop);
-            const std::string reference = lastRun_ ? lastRun_->request.selectedPath : selectedFile_.value_or("");
-            const chop::ChopModel model = lastRun_ ? lastRun_->request.chopModel : chopModel_;
-            const std::string stem = variationStem(fileName(reference), model);
-            kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm);
-            if (keepExisting_) {
-                std::vector<std::string> names;
-                for (const KitFile& file : kit)
-                    names.push_back(file.name);
-                if (const std::string number = freeNumberFor(*kitPath, names); !number.empty())
-                    kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm, number);
-            }
-        }
-        if (!kit.empty())
-            createFolder(*kitPath);
-        createFolder(outputDir_);
-        removeStaleTemporaries(outputDir_);
-        for (ExportedVariation& variation : selected) {
-            const audio::Bytes bytes = exportedBytes(*variation.loop);
-            outcome.files.push_back(writeFile(outputDir_, variation.loop->name, bytes));
-            if (withManifest)
-                variation.sha256 = sha256Hex(bytes);
-        }
-        if (withManifest) {
-            const std::string path = manifestPath ? *manifestPath : joinPath(outputDir_, manifestName(*lastRun_));
-            const ExportRecord record{tagsWritten ? std::optional(tempo->bpm) : std::nullopt, !kit.empty()};
-            const std::string json = manifestJson(*lastRun_, selected, record);
-            const fs::path where = pathFromText(path);
-            outcome.manifest = writeFile(pathText(where.parent_path()), pathText(where.filename()),
-                                         std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
-        }
-        if (!kit.empty()) {
-            removeStaleTemporaries(*kitPath);
-            for (const KitFile& file : kit)
-                outcome.kitFiles.push_back(writeFile(*kitPath, file.name, file.bytes));
-        }
+        ExportResult result = exportRun({
+            .run = &*lastRun_,
+            .loops = generatedLoops_,
+            .numbers = std::move(numbers),
+            .format = *sourceWavData_,
+            .options = settings_.exportOptions,
+            .tagTempo = exportTempo(),
+            .outputDir = outputDir_,
+            .kitDir = joinPath(outputDir_, kitFolderName),
+            .manifestPath = joinPath(outputDir_, manifestFileName(*lastRun_)),
+            .stopRequested = {},
+            .expectedSha256 = {},
+        });
+        outcome = {true, std::move(result.files), std::move(result.manifest), std::move(result.kitFiles)};
+        setStatus(std::move(result.status));
+    } catch (const ExportRefusal& refusal) {
+        setStatus(refusal.what());
     } catch (const std::exception& error) {
         setStatus("Export failed: " + describe(error));
-        return outcome;
     }
-    std::string done = "Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_;
-    if (tempoMissing) {
-        done += tempo ? "; the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
-                      : "; the loop's tempo is unknown";
-        done += !kitPath ? ", so no tags were written."
-                : exportTags_ ? ", so no tags and no slice kit were written."
-                              : ", so no slice kit was written.";
-    } else if (kitPath) {
-        done += " and a slice kit to " + *kitPath;
-    }
-    setStatus(done);
-    outcome.exported = true;
     return outcome;
 }
 
@@ -768,7 +603,7 @@ void AppModel::toggleSelection(const playback::Uuid& id, bool isSelected) {
         return;
     loop->isSelected = isSelected;
     history_.setTick(static_cast<std::size_t>(loop - generatedLoops_.begin()), isSelected);
-    notify(Field::generatedLoops);
+    notify({Field::generatedLoops, {}, false});
 }
 
 // Preview -------------------------------------------------------------------

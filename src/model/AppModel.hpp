@@ -6,6 +6,7 @@
 #include "model/GeneratedLoop.hpp"
 #include "model/Generation.hpp"
 #include "model/RunHistory.hpp"
+#include "model/RunSettings.hpp"
 #include "model/SourceFacts.hpp"
 #include "model/Platform.hpp"
 #include "playback/PreviewSession.hpp"
@@ -33,17 +34,26 @@ namespace marquetry::model {
 class AppModel {
 public:
     enum class Field {
-        sourceDir, outputDir, wavFiles, selectedFile, slices, versions, chopModel, mashupMode,
-        mashupSourcePaths, seedText, glitchAmount, masterVolume, status, isGenerating, sourceWaveform,
-        sourceWavData, generatedLoops, playingTarget, playbackProgress, lastRun, exportManifest,
-        joinFadeMs, fit, matchFormats, matchTempo, tempo, runHistory, keepExisting, sourceFacts, exportTags,
-        exportKit,
+        sourceDir, outputDir, wavFiles, selectedFile, settings, mashupMode, mashupSourcePaths, masterVolume,
+        status, isGenerating, sourceWaveform, sourceWavData, generatedLoops, playingTarget, playbackProgress,
+        lastRun, tempo, runHistory, sourceFacts,
+    };
+
+    /// One change, as observers are told of it: the field written and what
+    /// else they need to know of the change.
+    struct Change {
+        Field field;
+        /// sourceFacts and tempo: the loops whose facts or tempo changed;
+        /// those of no other loop did.
+        std::vector<std::string> paths;
+        /// generatedLoops: the list is a finished run's, just published.
+        bool runFinished = false;
     };
 
     /// What Export Selected did, for callers that need more than the status line.
     struct ExportOutcome {
         bool exported = false;                ///< every ticked variation (and the manifest, if asked) written
-        std::vector<std::string> files;       ///< the audio files written, in order, also before a failure
+        std::vector<std::string> files;       ///< the audio files written, in order
         std::optional<std::string> manifest;  ///< the manifest written, if any
         std::vector<std::string> kitFiles;    ///< the slice kit's files written, if one was asked for
     };
@@ -52,17 +62,6 @@ public:
     static constexpr const char* outputDirKey = "marquetry.defaultOutputDir";
     static constexpr const char* defaultSourceDir = "~/Music/Marquetry/Source";
     static constexpr const char* defaultOutputDir = "~/Music/Marquetry/Output";
-    static constexpr const char* exportManifestKey = "marquetry.option.exportManifest";
-    static constexpr const char* joinFadeMsKey = "marquetry.option.joinFadeMs";
-    static constexpr const char* fitKey = "marquetry.option.fit";
-    static constexpr const char* matchFormatsKey = "marquetry.option.matchFormats";
-    static constexpr const char* matchTempoKey = "marquetry.option.matchTempo";
-    static constexpr const char* keepExistingKey = "marquetry.option.keepExisting";
-    static constexpr const char* exportTagsKey = "marquetry.option.exportTags";
-    static constexpr const char* exportKitKey = "marquetry.option.exportKit";
-    /// Where the exportKit option puts the slice kit: this folder in the
-    /// output folder.
-    static constexpr const char* kitFolderName = "kit";
 
     /// Restores the folders from the settings (or the defaults), creates
     /// them, and scans the source folder, selecting and decoding its first
@@ -74,21 +73,21 @@ public:
     AppModel(const AppModel&) = delete;
     AppModel& operator=(const AppModel&) = delete;
 
-    /// Called after every write of a field, with the field written.
-    void subscribe(std::function<void(Field)> observer);
+    /// Called after every write of a field, with the change.
+    void subscribe(std::function<void(const Change&)> observer);
 
     // Fields.
     const std::string& sourceDir() const { return sourceDir_; }
     const std::string& outputDir() const { return outputDir_; }
     const std::vector<std::string>& wavFiles() const { return wavFiles_; }
     const std::optional<std::string>& selectedFile() const { return selectedFile_; }
-    std::int64_t slices() const { return slices_; }
-    std::int64_t versions() const { return versions_; }
-    chop::ChopModel chopModel() const { return chopModel_; }
+    /// The settings of the next run and export: slices, model, count, seed
+    /// text, glitch amount and every option. Selection, Mashup Mode, the
+    /// checked loops and tempo corrections are fields of their own, copied
+    /// in when a run starts.
+    const RunSettings& settings() const { return settings_; }
     bool mashupMode() const { return mashupMode_; }
     const std::set<std::string>& mashupSourcePaths() const { return mashupSourcePaths_; }
-    const std::string& seedText() const { return seedText_; }
-    double glitchAmount() const { return glitchAmount_; }
     double masterVolume() const { return masterVolume_; }
     const std::string& status() const { return status_; }
     bool isGenerating() const { return isGenerating_; }
@@ -97,19 +96,8 @@ public:
     const std::vector<GeneratedLoop>& generatedLoops() const { return generatedLoops_; }
     const std::optional<playback::PlaybackTarget>& playingTarget() const { return preview_.playingTarget(); }
     const std::optional<double>& playbackProgress() const { return preview_.playbackProgress(); }
-    /// The last run that succeeded: its request, the seed it used, its sources and pool.
+    /// The last run that succeeded: its settings, the seed it used, its sources and pool.
     const std::optional<RunRecord>& lastRun() const { return lastRun_; }
-    /// Export option: write a manifest of the run beside the exported files.
-    bool exportManifest() const { return exportManifest_; }
-    /// Sound option: fade every join of a variation over this many
-    /// milliseconds, 0 (off) or 1 to chop::maxJoinFadeMs.
-    std::int64_t joinFadeMs() const { return joinFadeMs_; }
-    /// Sound option: bring every variation to the reference loop's length.
-    chop::FitMode fit() const { return fit_; }
-    /// Sound options for Mashup Mode: convert the other loops to the
-    /// reference's format, and stretch them to its tempo, before slicing.
-    bool matchFormats() const { return matchFormats_; }
-    bool matchTempo() const { return matchTempo_; }
 
     /// The tempo of the loop at `path` for this session: the user's
     /// correction when there is one (bars and beats counted over the loop's
@@ -120,10 +108,6 @@ public:
     /// readSourceFactsInBackground); empty until its header has been read.
     /// Main thread.
     SourceFacts factsFor(const std::string& path) const;
-    /// The loops whose facts or tempo the `sourceFacts` or `tempo` notice
-    /// being told is about: those of no other loop changed. Read it from an
-    /// observer, during the notice. Main thread.
-    const std::vector<std::string>& factsChangedPaths() const { return factsChangedPaths_; }
     /// Starts reading the facts of every listed loop on a worker, and does
     /// so again after every later scan: the headers of all first, told as
     /// `sourceFacts`, then the tempo of each (a whole decode), told as
@@ -138,15 +122,6 @@ public:
     /// loop at `path`, writing `tempo`. A value outside chop::minTempoBpm to
     /// chop::maxTempoBpm is refused with a status and changes nothing.
     void setTempoOverride(const std::string& path, std::optional<double> bpm);
-    /// Export option: a file of the same name already in the output folder
-    /// stays, and the new one is written as NAME-2.wav, NAME-3.wav, ...
-    bool keepExisting() const { return keepExisting_; }
-    /// Export option: write tempo, loop and slice markers into each file
-    /// (see audio::loopTagChunks), when the reference loop's tempo is known.
-    bool exportTags() const { return exportTags_; }
-    /// Export option: also write the slice kit of the ticked variations,
-    /// into kitFolderName in the output folder.
-    bool exportKit() const { return exportKit_; }
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
@@ -155,26 +130,11 @@ public:
     // beyond the two noted.
     void setSourceDir(std::string value);
     void setOutputDir(std::string value);
-    void setSlices(std::int64_t value);
-    void setVersions(std::int64_t value);
-    void setChopModel(chop::ChopModel value);
+    /// Writes `settings` with `change` made to them, and stores the options
+    /// that changed, for the next launch. The caller keeps the values in
+    /// their controls' ranges.
+    void changeSettings(const std::function<void(RunSettings&)>& change);
     void setMashupMode(bool value);
-    void setSeedText(std::string value);
-    void setGlitchAmount(double value);
-    /// Also stores the choice in the settings, for the next launch.
-    void setExportManifest(bool value);
-    /// Also stores the choice in the settings, for the next launch. The
-    /// caller keeps the value in range.
-    void setJoinFadeMs(std::int64_t value);
-    /// Each also stores the choice in the settings, for the next launch.
-    void setFit(chop::FitMode value);
-    void setMatchFormats(bool value);
-    void setMatchTempo(bool value);
-    /// Also stores the choice in the settings, for the next launch.
-    void setKeepExisting(bool value);
-    /// Also stores the choice in the settings, for the next launch.
-    void setExportTags(bool value);
-    void setExportKit(bool value);
     /// Also applies the volume to the playing preview at once.
     void setMasterVolume(double value);
     /// Also reloads the selection, even when it is unchanged.
@@ -230,21 +190,13 @@ public:
     void goBack();
     void goForward();
     /// Main thread. Writes every ticked variation into outputDir (expanded
-    /// and written back), then, when `manifestPath` is given or the
-    /// exportManifest option is on, the run's manifest (to `manifestPath`, or
-    /// beside the files). Reports "Exported N loop(s) to DIR" or the refusal
-    /// or "Export failed: ..." in status, and returns the same as a value.
-    /// With `kitFolder`, or the exportKit option on, also writes the slice
-    /// kit of the ticked variations there (see buildSliceKit), created with
-    /// its parents, and the status names it; a kit that cannot be made is
-    /// refused before any file is written. Under Keep both, a kit whose
-    /// names are taken gets one number for all its files, so its
-    /// instrument still names its own slices. With the exportTags option on
-    /// or a kit asked for but no usable tempo, the files are written
-    /// without tags (and no kit is written) and the status says so after
-    /// the usual text. The manifest records the tags' tempo and the kit.
-    ExportOutcome exportSelected(const std::optional<std::string>& manifestPath = std::nullopt,
-                                 const std::optional<std::string>& kitFolder = std::nullopt);
+    /// and written back) with exportRun and the export options in force:
+    /// the manifest beside the files (see manifestFileName), the slice kit
+    /// into kitFolderName in the output folder, tags at the run's reference
+    /// loop's tempo. Reports exportRun's status, or the refusal, or "Export
+    /// failed: ..." in status (nothing written then), and returns the same
+    /// as a value.
+    ExportOutcome exportSelected();
     /// Main thread. The bytes Export Selected writes for `loop` with the
     /// export options in force. Throws what the WAV writer throws; needs a
     /// loaded source.
@@ -307,10 +259,10 @@ public:
 private:
     template <typename T>
     void write(T& field, T value, Field which);
-    void notify(Field which);
+    void notify(const Change& change);
     void setStatus(std::string text);
-    void launch(GenerationRequest request, std::optional<std::size_t> historyIndex);
-    void startGeneration(GenerationRequest request, std::optional<std::size_t> historyIndex);
+    void launch(RunSettings settings, std::optional<std::size_t> historyIndex);
+    void startGeneration(RunSettings settings, std::optional<std::size_t> historyIndex);
     void handBack(GenerationResult result, std::string summary, std::optional<std::size_t> historyIndex);
     void bringBack(std::optional<std::size_t> historyIndex);
     void clearGeneratedLoops();
@@ -319,25 +271,17 @@ private:
     std::string expanded(const std::string& path) const;
     // The tempo tags and kits are written at: the run's reference loop's.
     std::optional<chop::TempoEstimate> exportTempo() const;
-    // `pcm` in the source's format, with loop tags at `tempo` (and a cue per
-    // placement) when the exportTags option asks and the tempo is usable.
-    audio::Bytes taggedWhenAsked(const audio::Bytes& pcm, std::span<const chop::Placement> placements,
-                                 const std::optional<chop::TempoEstimate>& tempo) const;
 
     Platform platform_;
-    std::vector<std::function<void(Field)>> observers_;
+    std::vector<std::function<void(const Change&)>> observers_;
 
     std::string sourceDir_;
     std::string outputDir_;
     std::vector<std::string> wavFiles_;
     std::optional<std::string> selectedFile_;
-    std::int64_t slices_ = 16;
-    std::int64_t versions_ = 10;
-    chop::ChopModel chopModel_ = chop::ChopModel::grid;
+    RunSettings settings_;
     bool mashupMode_ = false;
     std::set<std::string> mashupSourcePaths_;
-    std::string seedText_;
-    double glitchAmount_ = 0.55;
     double masterVolume_ = 0.85;
     std::string status_ = "Ready";
     bool isGenerating_ = false;
@@ -345,14 +289,6 @@ private:
     std::optional<audio::WavData> sourceWavData_;
     std::vector<GeneratedLoop> generatedLoops_;
     std::optional<RunRecord> lastRun_;
-    bool exportManifest_ = false;
-    std::int64_t joinFadeMs_ = 0;
-    chop::FitMode fit_ = chop::FitMode::off;
-    bool matchFormats_ = false;
-    bool matchTempo_ = false;
-    // The corrections a run with tempo matching reads: those of its own
-    // loops, so a manifest records no others.
-    std::map<std::string, double> runTempoOverrides() const;
     // What each decoded loop's tempo was estimated as, and its length.
     struct LoopTempo {
         std::optional<chop::TempoEstimate> estimate;
@@ -374,15 +310,11 @@ private:
     void takeFacts(std::vector<FoundFacts> found);
     void recordLoadedFacts(const std::optional<audio::WavData>& loaded, std::optional<std::string> refusal);
     std::map<std::string, SourceFacts> sourceFacts_;
-    std::vector<std::string> factsChangedPaths_;
     bool factsWanted_ = false;
     // The running pass: its identity tells its hand-backs from a later
     // pass's, and setting it asks its worker to stop.
     std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
-    bool keepExisting_ = false;
-    bool exportTags_ = false;
-    bool exportKit_ = false;
     RunHistory history_;
     playback::PreviewSession preview_;
 

@@ -23,4 +23,16 @@ std::string readableSize(double bytes) {
     return text;
 }
 
+std::string asciiLowercase(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return lower;
+}
+
+std::string quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
 } // namespace marquetry::model

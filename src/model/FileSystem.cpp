@@ -1,5 +1,6 @@
 #include "model/FileSystem.hpp"
 
+#include "model/ErrorText.hpp"
 #include "model/SystemServices.hpp"
 
 #include <algorithm>
@@ -190,6 +191,18 @@ std::string fileName(const std::string& path) {
     return path.substr(start, end - start);
 }
 
+std::string joinPath(const std::string& folder, const std::string& name) {
+    constexpr char separator = static_cast<char>(fs::path::preferred_separator);
+    if (folder.empty() || folder.back() == '/' || folder.back() == separator)
+        return folder + name;
+    return folder + separator + name;
+}
+
+bool hasWavExtension(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    return dot != std::string::npos && asciiLowercase(std::string_view(name).substr(dot)) == ".wav";
+}
+
 std::string expandTilde(const std::string& path, const std::string& homeFolder) {
     if (path == "~")
         return homeFolder;
@@ -234,18 +247,54 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
 
 bool writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
     const std::string temporary = writeTemporaryBeside(path, bytes);
+    try {
+        if (publishWithoutReplacing(temporary, path))
+            return true;
+    } catch (const std::system_error&) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    ::unlink(temporary.c_str());
+    return false;
+}
+
+std::string writeTemporaryFor(const std::string& path, std::span<const std::uint8_t> bytes) {
+    return writeTemporaryBeside(path, bytes);
+}
+
+void publishReplacing(const std::string& temporary, const std::string& path) {
+    if (::rename(temporary.c_str(), path.c_str()) != 0)
+        throwErrno(path);
+}
+
+bool publishWithoutReplacing(const std::string& temporary, const std::string& path) {
     const int error = renameWithoutReplacing(temporary, path);
     if (error == 0)
         return true;
-    ::unlink(temporary.c_str());
     if (error == EEXIST)
         return false;
     throwError(std::error_code(error, std::generic_category()), path);
 }
 
+std::optional<std::string> linkTemporaryTo(const std::string& path) {
+    const std::string name = fileName(path);
+    const std::string link = path.substr(0, path.size() - name.size()) + temporaryName();
+    if (::link(path.c_str(), link.c_str()) == 0)
+        return link;
+    if (errno == ENOENT)
+        return std::nullopt;
+    throwErrno(path);
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev
+           && first.st_ino == second.st_ino;
+}
+
 namespace {
 
-// The n-th name Keep both tries: the name itself, then NAME-2.EXT, NAME-3.EXT, ...
 std::string numberedName(const std::string& stem, const std::string& extension, std::uint64_t n) {
     std::string name = stem;
     if (n > 1)
@@ -272,6 +321,11 @@ bool nameTaken(const std::string& path) {
 }
 
 } // namespace
+
+std::string numberedName(const std::string& name, std::uint64_t n) {
+    const auto [stem, extension] = stemAndExtension(name);
+    return numberedName(stem, extension, n);
+}
 
 std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
                                std::span<const std::uint8_t> bytes) {

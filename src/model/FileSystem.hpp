@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -15,6 +16,13 @@ std::string pathText(const std::filesystem::path& path);
 
 /// The last component of a path written with '/' (or '\\' on Windows).
 std::string fileName(const std::string& path);
+
+/// `folder` and an entry name joined as std::filesystem::path's "/" joins
+/// them, without building paths: a scan joins every entry of a folder.
+std::string joinPath(const std::string& folder, const std::string& name);
+
+/// Whether the text after the last dot of `name` is "wav" in any letter case.
+bool hasWavExtension(const std::string& name);
 
 /// `path` with a leading "~" component replaced by `homeFolder`; any other
 /// text ("~user", "a/~") comes back unchanged.
@@ -61,6 +69,36 @@ std::string writeUnderFreeName(const std::string& folder, const std::string& nam
 /// put before each name's extension, names nothing there. Throws
 /// std::system_error when the folder cannot be looked at.
 std::string freeNumberFor(const std::string& folder, const std::vector<std::string>& names);
+
+/// The first half of a write that is published later, with others: writes
+/// `bytes` to a new hidden temporary in the folder of `path`, flushed to
+/// disk, and returns the temporary's path. Throws std::system_error naming
+/// `path`, having removed the temporary. `removeStaleTemporaries`
+/// recognises it when its writer dies before publishing it.
+std::string writeTemporaryFor(const std::string& path, std::span<const std::uint8_t> bytes);
+
+/// Gives the temporary `temporary` the name `path`, replacing what is there.
+/// Throws std::system_error naming `path`.
+void publishReplacing(const std::string& temporary, const std::string& path);
+
+/// Gives the temporary `temporary` the name `path` unless that name is
+/// taken: false (and the temporary kept) when it is. Throws
+/// std::system_error naming `path` for every other failure.
+bool publishWithoutReplacing(const std::string& temporary, const std::string& path);
+
+/// A new hidden name in the same folder for the file at `path`, as
+/// publishReplacing's temporaries are named, so that a file about to be
+/// replaced can still be put back; none when nothing is at `path`. Throws
+/// std::system_error naming `path` when the link cannot be made.
+std::optional<std::string> linkTemporaryTo(const std::string& path);
+
+/// Whether `a` and `b` name one existing file (the same device and inode),
+/// through links and different spellings alike.
+bool sameFile(const std::string& a, const std::string& b);
+
+/// The names `name` takes under Keep both: the name itself for 1, then
+/// NAME-2.EXT, NAME-3.EXT, ... (the extension from the last dot).
+std::string numberedName(const std::string& name, std::uint64_t n);
 
 /// Removes the temporaries that `writeFileAtomically` left in `folder` when
 /// its process was killed: only files of its own name pattern whose writer is

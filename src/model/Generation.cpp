@@ -25,7 +25,7 @@ bool isNameCharacter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
 }
 
-std::vector<std::string> sourceList(const GenerationRequest& request) {
+std::vector<std::string> sourceList(const RunSettings& request) {
     if (request.mashupMode && !request.checkedPaths.empty()) {
         std::vector<std::string> paths(request.checkedPaths.begin(), request.checkedPaths.end());
         sortByPath(paths);
@@ -37,7 +37,7 @@ std::vector<std::string> sourceList(const GenerationRequest& request) {
 // The tempo a mashup is matched to or from: the user's correction, else the
 // estimate. A loop whose tempo cannot be told stops the run with a sentence
 // that says how to go on, rather than pooling it at a guess.
-double tempoOf(const std::string& path, const audio::WavData& wav, const GenerationRequest& request) {
+double tempoOf(const std::string& path, const audio::WavData& wav, const RunSettings& request) {
     if (const auto corrected = request.tempoOverrides.find(path); corrected != request.tempoOverrides.end())
         return corrected->second;
     if (const auto estimate = chop::estimateTempo(wav))
@@ -50,7 +50,7 @@ double tempoOf(const std::string& path, const audio::WavData& wav, const Generat
 // A mashup loop as the reference would have it, before it is sliced: in the
 // reference's format, then at the reference's tempo.
 void matchToReference(audio::WavData& wav, const std::string& path, const audio::WavData& reference,
-                      double referenceBpm, const GenerationRequest& request) {
+                      double referenceBpm, const RunSettings& request) {
     if (request.matchFormats)
         wav = audio::convertFormat(wav, reference);
     if (!request.matchTempo)
@@ -73,13 +73,27 @@ void requireMemory(double bytes) {
 } // namespace
 
 bool RunRecord::seedFromClock() const {
-    return !chop::seedFromText(request.seedText).has_value();
+    return !chop::seedFromText(settings.seedText).has_value();
 }
 
-GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid, unsigned threads) {
+ReadSource readSource(const std::string& path) {
+    audio::Bytes image = audio::readWholeFile(path);
+    std::string sha256 = sha256Hex(image);
+    return {std::move(sha256), audio::parseWavInPlace(std::move(image))};
+}
+
+std::string runSummary(const RunRecord& run, std::size_t variations) {
+    return "Generated " + std::to_string(variations) + " preview loop(s) "
+           + (run.settings.mashupMode ? "from " + std::to_string(run.sources.size()) + " source files"
+                                      : std::string("from 1 source file"))
+           + " using " + std::string(chop::label(run.settings.plan.chopModel)) + " chop model.";
+}
+
+GenerationResult runGeneration(const RunSettings& request, const std::function<std::int64_t()>& unixSeconds,
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads,
+                               std::map<std::string, ReadSource> alreadyRead) {
     GenerationResult result;
-    result.run.request = request;
+    result.run.settings = request;
     result.run.seed = chop::resolveSeed(request.seedText, unixSeconds());
     chop::SeededGenerator rng(result.run.seed);
 
@@ -87,14 +101,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     if (paths.empty() || paths.front().empty())
         throw audio::AppError::io("No source files available.");
 
-    const chop::PlanSettings settings{
-        .sliceCount = request.sliceCount,
-        .chopModel = request.chopModel,
-        .variationCount = request.versions,
-        .glitchAmount = request.glitchAmount,
-        .joinFadeMs = request.joinFadeMs,
-        .fit = request.fit,
-    };
+    const chop::PlanSettings& settings = request.plan;
     // Each source is cut as soon as it is decoded, so a failure reports the
     // first source that fails, whether in decoding or in slicing. The first
     // source is the reference: its format is the variations' format.
@@ -102,10 +109,12 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     sources.reserve(paths.size());
     double referenceBpm = 0;
     for (const std::string& path : paths) {
-        audio::Bytes image = audio::readWholeFile(path);
-        std::string sha256 = sha256Hex(image);
-        audio::WavData wav = audio::parseWavInPlace(std::move(image));
-        result.run.sources.push_back({path, std::move(sha256),
+        const auto known = alreadyRead.find(path);
+        ReadSource read = known != alreadyRead.end() ? std::move(known->second) : readSource(path);
+        if (known != alreadyRead.end())
+            alreadyRead.erase(known);
+        audio::WavData wav = std::move(read.wav);
+        result.run.sources.push_back({path, std::move(read.sha256),
                                       audio::WavData{wav.audioFormat, wav.channels, wav.sampleRate, wav.byteRate,
                                                      wav.blockAlign, wav.bitsPerSample, {}},
                                       audio::frameCount(wav.pcmData.size(), wav.blockAlign)});
@@ -119,14 +128,14 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     }
     // Refused before anything large is allocated: first the plan, then the
     // output it describes, both known exactly before either is made.
-    const double planBytes = static_cast<double>(std::max<std::int64_t>(request.versions, 0))
+    const double planBytes = static_cast<double>(std::max<std::int64_t>(settings.variationCount, 0))
                              * static_cast<double>(result.run.pool.size()) * sizeof(chop::Placement);
     requireMemory(planBytes);
     std::vector<chop::VariationPlan> plans = chop::planVariations(result.run.pool, sources, settings, rng);
     const auto fittedBytes = static_cast<double>(sources.front().pcmData.size());
     double outputBytes = 0;
     for (const chop::VariationPlan& plan : plans)
-        outputBytes += std::max(static_cast<double>(plan.byteCount), request.fit == chop::FitMode::off ? 0.0 : fittedBytes)
+        outputBytes += std::max(static_cast<double>(plan.byteCount), settings.fit == chop::FitMode::off ? 0.0 : fittedBytes)
                        + envelopePoints * sizeof(double);
     requireMemory(outputBytes);
 
@@ -136,12 +145,10 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     result.loops.reserve(rendered.size());
     for (std::size_t i = 0; i < rendered.size(); ++i) {
         GeneratedLoop loop;
-        loop.name = variationName(selectedName, request.chopModel, static_cast<std::int64_t>(i + 1));
+        loop.name = variationName(selectedName, settings.chopModel, static_cast<std::int64_t>(i + 1));
         loop.pcmData = std::move(rendered[i].pcm);
         loop.waveform = std::move(rendered[i].waveform);
-        chop::fitPlacements(plans[i], static_cast<std::int64_t>(loop.pcmData.size()), request.fit,
-                            sources.front().blockAlign);
-        loop.placements = std::move(plans[i].placements);
+        loop.placements = std::move(rendered[i].placements);
         loop.id = randomUuid();
         result.loops.push_back(std::move(loop));
     }
@@ -150,7 +157,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
 }
 
 std::optional<std::string> formatMismatchWarning(const RunRecord& run) {
-    if (run.request.matchFormats || run.sources.size() < 2)
+    if (run.settings.matchFormats || run.sources.size() < 2)
         return std::nullopt;
     const audio::WavData& reference = run.sources.front().format;
     for (const SourceRecord& source : run.sources) {

@@ -3,6 +3,7 @@
 #include "chop/ChopModel.hpp"
 #include "chop/VariationPlan.hpp"
 #include "model/GeneratedLoop.hpp"
+#include "model/RunSettings.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -13,26 +14,6 @@
 #include <vector>
 
 namespace marquetry::model {
-
-/// Everything a Generate run reads, copied from the model when it starts, so
-/// the worker never touches the model.
-struct GenerationRequest {
-    std::string seedText; ///< a blank or unparsable seed: the wall clock second decides
-    bool mashupMode = false;
-    std::set<std::string> checkedPaths;
-    std::string selectedPath;
-    std::int64_t sliceCount = 16;
-    chop::ChopModel chopModel = chop::ChopModel::grid;
-    std::int64_t versions = 10; ///< how many variations
-    double glitchAmount = 0.55;
-    std::int64_t joinFadeMs = 0; ///< join fade length; 0: off
-    chop::FitMode fit = chop::FitMode::off;  ///< to the reference loop's length
-    bool matchFormats = false; ///< convert the other loops of a mashup to the reference's format first
-    bool matchTempo = false;   ///< stretch the other loops of a mashup to the reference's tempo first
-    std::map<std::string, double> tempoOverrides; ///< the user's tempo of a file, in BPM, over the estimate
-
-    bool operator==(const GenerationRequest&) const = default;
-};
 
 /// A source as a run read it.
 struct SourceRecord {
@@ -47,7 +28,7 @@ struct SourceRecord {
 /// What is known of a finished run apart from its variations: enough to
 /// describe it, and to run it again to the same bytes.
 struct RunRecord {
-    GenerationRequest request;
+    RunSettings settings; ///< as the run was asked for
     std::uint64_t seed = 0; ///< the seed actually used, after the clock if it decided
     std::vector<SourceRecord> sources;
     std::vector<chop::PoolSlice> pool;
@@ -58,19 +39,38 @@ struct RunRecord {
     bool operator==(const RunRecord&) const = default;
 };
 
+/// A source file read once: the digest of its bytes and the record decoded
+/// from those same bytes.
+struct ReadSource {
+    std::string sha256;
+    audio::WavData wav;
+};
+
+/// Reads the file at `path` whole, hashes it and decodes it. Throws the
+/// reader's errors. Safe on any thread.
+ReadSource readSource(const std::string& path);
+
 struct GenerationResult {
     RunRecord run;
     audio::WavData reference; ///< the first source, with its own PCM
     std::vector<GeneratedLoop> loops;
 };
 
-/// Decodes the sources, slices them into one pool, plans every variation
-/// from one seeded generator, then renders them on up to `threads` threads
-/// (0: one per core); equal requests and seeds give equal bytes whatever the
-/// thread count. Throws AppError or the reader's file errors; any failure
-/// abandons the whole run. Reads only its arguments: safe on a worker thread.
-GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0);
+/// Reads and decodes the sources (those in `alreadyRead`, by path, are
+/// taken from there instead of being read again), slices them into one
+/// pool, plans every variation from one seeded generator, then renders them
+/// on up to `threads` threads (0: one per core); equal settings and seeds
+/// give equal bytes whatever the thread count. Refuses a run whose plan or
+/// output would not fit in the memory available. Throws AppError or the
+/// reader's file errors; any failure abandons the whole run. Reads only its
+/// arguments: safe on a worker thread.
+GenerationResult runGeneration(const RunSettings& settings, const std::function<std::int64_t()>& unixSeconds,
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0,
+                               std::map<std::string, ReadSource> alreadyRead = {});
+
+/// The status line of a finished run: "Generated 10 preview loop(s) from 1
+/// source file using Grid chop model.".
+std::string runSummary(const RunRecord& run, std::size_t variations);
 
 /// For a mashup run whose loops were pooled as raw bytes although some differ
 /// in format from the reference: a sentence naming the first such loop and

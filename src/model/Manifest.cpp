@@ -95,21 +95,21 @@ const Json& array(const Json& object, const char* key, const std::string& where)
 
 std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation> exported,
                          const ExportRecord& exportRecord) {
-    const GenerationRequest& request = run.request;
+    const RunSettings& request = run.settings;
     Json manifest;
     manifest["format"] = formatName;
     manifest["version"] = formatVersion;
     manifest["settings"] = {
-        {"slices", request.sliceCount},
-        {"variations", request.versions},
-        {"chopModel", std::string(chop::label(request.chopModel))},
+        {"slices", request.plan.sliceCount},
+        {"variations", request.plan.variationCount},
+        {"chopModel", std::string(chop::label(request.plan.chopModel))},
         {"seedText", request.seedText},
         {"seed", run.seed},
-        {"glitchAmount", request.glitchAmount},
+        {"glitchAmount", request.plan.glitchAmount},
         {"mashupMode", request.mashupMode},
         {"selected", request.selectedPath},
-        {"joinFadeMs", request.joinFadeMs},
-        {"fit", std::string(chop::fitModeName(request.fit))},
+        {"joinFadeMs", request.plan.joinFadeMs},
+        {"fit", std::string(chop::fitModeName(request.plan.fit))},
         {"matchFormats", request.matchFormats},
         {"matchTempo", request.matchTempo},
         {"tempoOverrides", request.tempoOverrides},
@@ -147,6 +147,9 @@ std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation
     }
     manifest["variations"] = std::move(variations);
     manifest["export"] = {{"tags", exportRecord.tagTempoBpm.has_value()}, {"kit", exportRecord.kit}};
+    // Absent means off, so a manifest of the default export reads as before.
+    if (exportRecord.keepExisting)
+        manifest["export"]["keepExisting"] = true;
     if (exportRecord.tagTempoBpm)
         manifest["export"]["tagTempo"] = *exportRecord.tagTempoBpm;
     return manifest.dump(2) + "\n";
@@ -162,18 +165,18 @@ Manifest parseManifest(std::string_view input) {
         refuse("its version is not " + std::to_string(formatVersion));
 
     Manifest result;
-    GenerationRequest& request = result.run.request;
+    RunSettings& request = result.run.settings;
     const Json& settings = member(manifest, "settings", "the manifest");
     const std::string inSettings = "\"settings\"";
-    request.sliceCount = integer(settings, "slices", inSettings, std::numeric_limits<std::int64_t>::min(),
+    request.plan.sliceCount = integer(settings, "slices", inSettings, std::numeric_limits<std::int64_t>::min(),
                                  std::numeric_limits<std::int64_t>::max());
-    request.versions = integer(settings, "variations", inSettings, std::numeric_limits<std::int64_t>::min(),
+    request.plan.variationCount = integer(settings, "variations", inSettings, std::numeric_limits<std::int64_t>::min(),
                                std::numeric_limits<std::int64_t>::max());
     const std::string model = text(settings, "chopModel", inSettings);
     const auto chopModel = chop::chopModelFromLabel(model);
     if (!chopModel)
         refuse("\"" + model + "\" is not a chop model");
-    request.chopModel = *chopModel;
+    request.plan.chopModel = *chopModel;
     request.seedText = text(settings, "seedText", inSettings);
     const Json& seed = member(settings, "seed", inSettings);
     if (!seed.is_number_unsigned() && !(seed.is_number_integer() && seed.get<std::int64_t>() >= 0))
@@ -182,7 +185,7 @@ Manifest parseManifest(std::string_view input) {
     const Json& glitch = member(settings, "glitchAmount", inSettings);
     if (!glitch.is_number() || !std::isfinite(glitch.get<double>()))
         refuse("\"glitchAmount\" in " + inSettings + " is not a number");
-    request.glitchAmount = glitch.get<double>();
+    request.plan.glitchAmount = glitch.get<double>();
     const Json& mashup = member(settings, "mashupMode", inSettings);
     if (!mashup.is_boolean())
         refuse("\"mashupMode\" in " + inSettings + " is not true or false");
@@ -190,13 +193,13 @@ Manifest parseManifest(std::string_view input) {
     request.selectedPath = text(settings, "selected", inSettings);
     // Manifests written before the fade existed describe runs without one.
     if (settings.contains("joinFadeMs"))
-        request.joinFadeMs = integer(settings, "joinFadeMs", inSettings, 0, chop::maxJoinFadeMs);
+        request.plan.joinFadeMs = integer(settings, "joinFadeMs", inSettings, 0, chop::maxJoinFadeMs);
     if (settings.contains("fit")) {
         const std::string fit = text(settings, "fit", inSettings);
         const auto mode = chop::parseFitMode(fit);
         if (!mode)
             refuse("\"" + fit + "\" is not a fit mode");
-        request.fit = *mode;
+        request.plan.fit = *mode;
     }
     request.matchFormats = flag(settings, "matchFormats", inSettings);
     request.matchTempo = flag(settings, "matchTempo", inSettings);
@@ -234,10 +237,14 @@ Manifest parseManifest(std::string_view input) {
             request.checkedPaths.insert(source.path);
     }
 
-    for (const Json& variation : array(manifest, "variations", "the manifest"))
-        result.numbers.push_back(integer(variation, "number", "a variation", 1, std::max<std::int64_t>(request.versions, 1)));
-    std::sort(result.numbers.begin(), result.numbers.end());
-    if (std::adjacent_find(result.numbers.begin(), result.numbers.end()) != result.numbers.end())
+    std::vector<std::int64_t>& numbers = request.picks;
+    for (const Json& variation : array(manifest, "variations", "the manifest")) {
+        numbers.push_back(integer(variation, "number", "a variation", 1,
+                                  std::max<std::int64_t>(request.plan.variationCount, 1)));
+        result.variationSha256[numbers.back()] = text(variation, "sha256", "a variation");
+    }
+    std::sort(numbers.begin(), numbers.end());
+    if (std::adjacent_find(numbers.begin(), numbers.end()) != numbers.end())
         refuse("a variation is listed twice");
 
     // Manifests written before these options existed describe plain files.
@@ -255,7 +262,12 @@ Manifest parseManifest(std::string_view input) {
             result.exportRecord.tagTempoBpm = bpm.get<double>();
         }
         result.exportRecord.kit = flag(options, "kit", inExport);
+        result.exportRecord.keepExisting = flag(options, "keepExisting", inExport);
     }
+    request.exportOptions = {.manifest = true,
+                             .keepExisting = result.exportRecord.keepExisting,
+                             .tags = result.exportRecord.tagTempoBpm.has_value(),
+                             .kit = result.exportRecord.kit};
     return result;
 }
 

@@ -4,6 +4,7 @@
 #include "model/Generation.hpp"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -21,20 +22,23 @@ struct ExportedVariation {
 };
 
 /// The export options that shaped the files, so that a replay writes them
-/// again: the tempo written into the tags, if tags were written, and
-/// whether a slice kit was.
+/// again: the tempo written into the tags, if tags were written, whether a
+/// slice kit was, and whether taken names were kept.
 struct ExportRecord {
     std::optional<double> tagTempoBpm;
     bool kit = false;
+    bool keepExisting = false;
 
     bool operator==(const ExportRecord&) const = default;
 };
 
 /// A manifest read back: the run it describes and which variations were kept.
+/// The run's settings carry the exported variations as its picks and the
+/// export options that shaped the files (the manifest itself among them).
 struct Manifest {
-    RunRecord run;                      ///< request, seed and sources; no pool
-    std::vector<std::int64_t> numbers;  ///< the exported variations, ascending
-    ExportRecord exportRecord;          ///< none of the options when the manifest predates them
+    RunRecord run;             ///< settings, seed and sources; no pool
+    ExportRecord exportRecord; ///< none of the options when the manifest predates them
+    std::map<std::int64_t, std::string> variationSha256; ///< each exported file's SHA-256, by number
 };
 
 /// A manifest that cannot be used; what() is a sentence for the user.

@@ -7,14 +7,14 @@
 
 namespace marquetry::model {
 
-GenerationRequest RunHistory::Entry::replayRequest() const {
-    GenerationRequest replay = request;
+RunSettings RunHistory::Entry::replaySettings() const {
+    RunSettings replay = settings;
     replay.seedText = std::to_string(seed);
     return replay;
 }
 
 void RunHistory::add(const RunRecord& run, std::size_t variations) {
-    Entry entry{.request = run.request, .seed = run.seed, .sources = {}, .ticks = std::vector<bool>(variations, true)};
+    Entry entry{.settings = run.settings, .seed = run.seed, .sources = {}, .ticks = std::vector<bool>(variations, true)};
     for (const SourceRecord& source : run.sources)
         entry.sources.emplace_back(source.path, source.sha256);
     if (entries_.size() == capacity)

@@ -12,7 +12,7 @@ namespace marquetry::model {
 
 /// The successful runs of a session, oldest first, so that Back and Forward
 /// can bring an earlier one back. Only what it takes to run again to the same
-/// bytes is kept (request, seed, the sources' digests) and the export ticks:
+/// bytes is kept (settings, seed, the sources' digests) and the export ticks:
 /// variations are regenerated, never stored. Plain value; main thread only.
 class RunHistory {
 public:
@@ -20,14 +20,14 @@ public:
     static constexpr std::size_t capacity = 100;
 
     struct Entry {
-        GenerationRequest request;        ///< as the run was asked for
+        RunSettings settings;             ///< as the run was asked for
         std::uint64_t seed = 0;           ///< the seed it used
         std::vector<std::pair<std::string, std::string>> sources; ///< path and SHA-256 of each source read
         std::vector<bool> ticks;          ///< the export tick of each variation, as last seen
 
-        /// The request with the seed it used written into the seed text:
+        /// The settings with the seed it used written into the seed text:
         /// the same sources then give the same bytes, whatever the clock says.
-        GenerationRequest replayRequest() const;
+        RunSettings replaySettings() const;
     };
 
     /// Adds a run that has just succeeded, with `variations` ticked

@@ -101,15 +101,13 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
     layout_->addWidget(buildOutputRow());
     buildCommands();
 
-    model_->subscribe([this](Field field) { redraw(field); });
+    model_->subscribe([this](const model::AppModel::Change& change) { redraw(change); });
     for (const Field field :
-         {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::slices, Field::versions,
-          Field::chopModel, Field::mashupMode, Field::mashupSourcePaths, Field::seedText, Field::glitchAmount,
-          Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
-          Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
-          Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting,
-          Field::sourceFacts, Field::exportTags, Field::exportKit})
-        redraw(field);
+         {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::settings, Field::mashupMode,
+          Field::mashupSourcePaths, Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform,
+          Field::generatedLoops, Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::tempo,
+          Field::runHistory, Field::sourceFacts})
+        redraw({field, {}, false});
     model_->readSourceFactsInBackground();
 }
 
@@ -280,18 +278,23 @@ QWidget* ContentView::buildGenerateRow() {
     connect(generateButton_, &QPushButton::clicked, this, [this] { model_->generate(); });
     connect(backButton_, &QToolButton::clicked, this, [this] { model_->goBack(); });
     connect(forwardButton_, &QToolButton::clicked, this, [this] { model_->goForward(); });
-    connect(slicesBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setSlices(value); });
-    connect(versionsBox_, &QSpinBox::valueChanged, this, [this](int value) { model_->setVersions(value); });
+    connect(slicesBox_, &QSpinBox::valueChanged, this,
+            [this](int value) { model_->changeSettings([value](model::RunSettings& s) { s.plan.sliceCount = value; }); });
+    connect(versionsBox_, &QSpinBox::valueChanged, this,
+            [this](int value) { model_->changeSettings([value](model::RunSettings& s) { s.plan.variationCount = value; }); });
     connect(chopModelBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (index >= 0 && static_cast<std::size_t>(index) < chop::allChopModels.size())
-            model_->setChopModel(chop::allChopModels[static_cast<std::size_t>(index)]);
+            model_->changeSettings([index](model::RunSettings& s) {
+                s.plan.chopModel = chop::allChopModels[static_cast<std::size_t>(index)];
+            });
     });
     connect(mashupBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMashupMode(on); });
-    connect(seedField_, &QLineEdit::textEdited, this,
-            [this](const QString& text) { model_->setSeedText(text.toStdString()); });
+    connect(seedField_, &QLineEdit::textEdited, this, [this](const QString& text) {
+        model_->changeSettings([seed = text.toStdString()](model::RunSettings& s) { s.seedText = seed; });
+    });
     connect(useSeedButton_, &QToolButton::clicked, this, [this] {
         if (model_->lastRun())
-            model_->setSeedText(std::to_string(model_->lastRun()->seed));
+            model_->changeSettings([seed = std::to_string(model_->lastRun()->seed)](model::RunSettings& s) { s.seedText = seed; });
     });
     return rowWidget;
 }
@@ -305,8 +308,9 @@ QWidget* ContentView::buildGlitchRow() {
     row->addWidget(
         secondaryCaption(QStringLiteral("Controls pitch warp depth and glitch density."), "glitchCaption", rowWidget));
     row->addStretch(1);
-    connect(glitchSlider_, &QSlider::valueChanged, this,
-            [this](int value) { model_->setGlitchAmount(static_cast<double>(value) / sliderSteps); });
+    connect(glitchSlider_, &QSlider::valueChanged, this, [this](int value) {
+        model_->changeSettings([value](model::RunSettings& s) { s.plan.glitchAmount = static_cast<double>(value) / sliderSteps; });
+    });
     return rowWidget;
 }
 
@@ -357,17 +361,20 @@ QWidget* ContentView::buildSoundGroup(QWidget* parent) {
                                               "before slicing, keeping their pitch"));
     grid->addWidget(matchTempoBox_, 2, 1);
 
-    connect(joinFadeBox_, &QCheckBox::toggled, this,
-            [this](bool on) { model_->setJoinFadeMs(on ? joinFadeMsBox_->value() : 0); });
+    connect(joinFadeBox_, &QCheckBox::toggled, this, [this](bool on) {
+        model_->changeSettings([ms = on ? joinFadeMsBox_->value() : 0](model::RunSettings& s) { s.plan.joinFadeMs = ms; });
+    });
     connect(joinFadeMsBox_, &QSpinBox::valueChanged, this, [this](int value) {
         if (joinFadeBox_->isChecked())
-            model_->setJoinFadeMs(value);
+            model_->changeSettings([value](model::RunSettings& s) { s.plan.joinFadeMs = value; });
     });
     connect(fitBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
-        model_->setFit(static_cast<chop::FitMode>(std::clamp(index, 0, 2)));
+        model_->changeSettings([index](model::RunSettings& s) { s.plan.fit = static_cast<chop::FitMode>(std::clamp(index, 0, 2)); });
     });
-    connect(matchFormatsBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMatchFormats(on); });
-    connect(matchTempoBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setMatchTempo(on); });
+    connect(matchFormatsBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->changeSettings([on](model::RunSettings& s) { s.matchFormats = on; }); });
+    connect(matchTempoBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->changeSettings([on](model::RunSettings& s) { s.matchTempo = on; }); });
     return group;
 }
 
@@ -518,11 +525,15 @@ QWidget* ContentView::buildSelectionRow() {
     connect(selectAllButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(true); });
     connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
     connect(exportButton_, &QPushButton::clicked, this, [this] { model_->exportSelected(); });
-    connect(manifestBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportManifest(on); });
-    connect(tagsBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportTags(on); });
-    connect(kitBox_, &QCheckBox::toggled, this, [this](bool on) { model_->setExportKit(on); });
-    connect(keepExistingBox_, &QComboBox::currentIndexChanged, this,
-            [this](int index) { model_->setKeepExisting(index == 1); });
+    connect(manifestBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->changeSettings([on](model::RunSettings& s) { s.exportOptions.manifest = on; }); });
+    connect(tagsBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->changeSettings([on](model::RunSettings& s) { s.exportOptions.tags = on; }); });
+    connect(kitBox_, &QCheckBox::toggled, this,
+            [this](bool on) { model_->changeSettings([on](model::RunSettings& s) { s.exportOptions.kit = on; }); });
+    connect(keepExistingBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        model_->changeSettings([index](model::RunSettings& s) { s.exportOptions.keepExisting = index == 1; });
+    });
     return rowWidget;
 }
 
@@ -637,32 +648,25 @@ void ContentView::importChosenFiles() {
 
 // Redraws ---------------------------------------------------------------------
 
-void ContentView::redraw(Field field) {
+void ContentView::redraw(const model::AppModel::Change& change) {
     const model::AppModel& m = *model_;
+    const Field field = change.field;
     switch (field) {
     case Field::sourceDir: syncText(sourceField_, m.sourceDir()); break;
     case Field::outputDir: syncText(outputField_, m.outputDir()); break;
     case Field::wavFiles:
     case Field::mashupSourcePaths:
-    case Field::sourceFacts: sourceList_->redraw(field); break;
+    case Field::sourceFacts: sourceList_->redraw(change); break;
     case Field::tempo:
-        sourceList_->redraw(field);
+        sourceList_->redraw(change);
         redrawSourceTempo();
         break;
+    case Field::settings: redrawSettings(); break;
     case Field::selectedFile:
         redrawSourceTempo();
-        sourceList_->redraw(field);
+        sourceList_->redraw(change);
         redrawGenerateButton();
         break;
-    case Field::slices: syncSpinBox(slicesBox_, m.slices()); break;
-    case Field::versions: syncSpinBox(versionsBox_, m.versions()); break;
-    case Field::chopModel: {
-        const auto found = std::find(chop::allChopModels.begin(), chop::allChopModels.end(), m.chopModel());
-        const QSignalBlocker blocker(chopModelBox_);
-        chopModelBox_->setCurrentIndex(static_cast<int>(found - chop::allChopModels.begin()));
-        redrawGlitchRow();
-        break;
-    }
     case Field::mashupMode: {
         {
             const QSignalBlocker blocker(mashupBox_);
@@ -670,11 +674,9 @@ void ContentView::redraw(Field field) {
         }
         modeHint_->setText(m.mashupMode() ? QStringLiteral("Mashup slices are pooled from checked source files.")
                                           : QStringLiteral("Single-source mode uses only the selected source file."));
-        sourceList_->redraw(field);
+        sourceList_->redraw(change);
         break;
     }
-    case Field::seedText: syncText(seedField_, m.seedText()); break;
-    case Field::glitchAmount: syncSlider(glitchSlider_, glitchValue_, m.glitchAmount()); break;
     case Field::masterVolume: syncSlider(masterSlider_, masterValue_, m.masterVolume()); break;
     case Field::status: {
         QString text = QString::fromStdString(m.status());
@@ -693,43 +695,14 @@ void ContentView::redraw(Field field) {
         redrawLastRun();
         redrawHistory();
         break;
-    case Field::exportManifest: {
-        const QSignalBlocker blocker(manifestBox_);
-        manifestBox_->setChecked(m.exportManifest());
-        break;
-    }
-    case Field::joinFadeMs: {
-        const QSignalBlocker boxBlocker(joinFadeBox_);
-        const QSignalBlocker msBlocker(joinFadeMsBox_);
-        joinFadeBox_->setChecked(m.joinFadeMs() > 0);
-        if (m.joinFadeMs() > 0)
-            joinFadeMsBox_->setValue(static_cast<int>(m.joinFadeMs()));
-        joinFadeMsBox_->setEnabled(m.joinFadeMs() > 0);
-        break;
-    }
-    case Field::fit: {
-        const QSignalBlocker blocker(fitBox_);
-        fitBox_->setCurrentIndex(static_cast<int>(m.fit()));
-        break;
-    }
-    case Field::matchFormats: {
-        const QSignalBlocker blocker(matchFormatsBox_);
-        matchFormatsBox_->setChecked(m.matchFormats());
-        break;
-    }
-    case Field::matchTempo: {
-        const QSignalBlocker blocker(matchTempoBox_);
-        matchTempoBox_->setChecked(m.matchTempo());
-        break;
-    }
     case Field::generatedLoops: {
         const QWidget* focus = QApplication::focusWidget();
         const bool focusInList = focus != nullptr && loopList_->isAncestorOf(focus);
         loopList_->setLoops(m.generatedLoops(), m.playingTarget(), m.playbackProgress());
-        // A finished run (published while still busy) takes the focus to
-        // its first variation; an emptied list hands it to the source list
-        // rather than to whatever control comes next.
-        if (m.isGenerating() && !m.generatedLoops().empty())
+        // A finished run takes the focus to its first variation; an emptied
+        // list hands it to the source list rather than to whatever control
+        // comes next.
+        if (change.runFinished && !m.generatedLoops().empty())
             loopList_->focusFirstRow();
         else if (focusInList && m.generatedLoops().empty())
             sourceList_->setFocus(Qt::OtherFocusReason);
@@ -737,24 +710,46 @@ void ContentView::redraw(Field field) {
         break;
     }
     case Field::runHistory: redrawHistory(); break;
-    case Field::keepExisting: {
-        const QSignalBlocker blocker(keepExistingBox_);
-        keepExistingBox_->setCurrentIndex(m.keepExisting() ? 1 : 0);
-        break;
-    }
-    case Field::exportTags: {
-        const QSignalBlocker blocker(tagsBox_);
-        tagsBox_->setChecked(m.exportTags());
-        break;
-    }
-    case Field::exportKit: {
-        const QSignalBlocker blocker(kitBox_);
-        kitBox_->setChecked(m.exportKit());
-        break;
-    }
     case Field::playingTarget: redrawPlayingTarget(); break;
     case Field::playbackProgress: redrawPlaybackProgress(); break;
     }
+}
+
+void ContentView::redrawSettings() {
+    const model::RunSettings& s = model_->settings();
+    syncSpinBox(slicesBox_, s.plan.sliceCount);
+    syncSpinBox(versionsBox_, s.plan.variationCount);
+    {
+        const auto found = std::find(chop::allChopModels.begin(), chop::allChopModels.end(), s.plan.chopModel);
+        const QSignalBlocker blocker(chopModelBox_);
+        chopModelBox_->setCurrentIndex(static_cast<int>(found - chop::allChopModels.begin()));
+        redrawGlitchRow();
+    }
+    syncText(seedField_, s.seedText);
+    syncSlider(glitchSlider_, glitchValue_, s.plan.glitchAmount);
+    {
+        const QSignalBlocker boxBlocker(joinFadeBox_);
+        const QSignalBlocker msBlocker(joinFadeMsBox_);
+        joinFadeBox_->setChecked(s.plan.joinFadeMs > 0);
+        if (s.plan.joinFadeMs > 0)
+            joinFadeMsBox_->setValue(static_cast<int>(s.plan.joinFadeMs));
+        joinFadeMsBox_->setEnabled(s.plan.joinFadeMs > 0);
+    }
+    const auto check = [](QAbstractButton* box, bool on) {
+        const QSignalBlocker blocker(box);
+        box->setChecked(on);
+    };
+    const auto choose = [](QComboBox* box, int index) {
+        const QSignalBlocker blocker(box);
+        box->setCurrentIndex(index);
+    };
+    choose(fitBox_, static_cast<int>(s.plan.fit));
+    check(matchFormatsBox_, s.matchFormats);
+    check(matchTempoBox_, s.matchTempo);
+    check(manifestBox_, s.exportOptions.manifest);
+    check(tagsBox_, s.exportOptions.tags);
+    check(kitBox_, s.exportOptions.kit);
+    choose(keepExistingBox_, s.exportOptions.keepExisting ? 1 : 0);
 }
 
 void ContentView::redrawSourceTempo() {
@@ -795,7 +790,7 @@ void ContentView::redrawPlaybackProgress() {
 }
 
 void ContentView::redrawGlitchRow() {
-    const bool wanted = chop::recipe(model_->chopModel()).glitchEffects;
+    const bool wanted = chop::recipe(model_->settings().plan.chopModel).glitchEffects;
     const bool present = layout_->indexOf(glitchRow_) >= 0;
     if (wanted && !present) {
         layout_->insertWidget(layout_->indexOf(masterRow_), glitchRow_);

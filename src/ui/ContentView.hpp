@@ -96,7 +96,8 @@ private:
     QWidget* buildOutputRow();
 
     /// Brings the controls that show `field` up to date with the model.
-    void redraw(Field field);
+    void redraw(const model::AppModel::Change& change);
+    void redrawSettings();
     void redrawSourceTempo();
     void redrawPlayingTarget();
     void redrawPlaybackProgress();

@@ -187,8 +187,8 @@ public:
 
     /// Follows the model's write of `field`; true when the rows were
     /// replaced.
-    bool redraw(Field field) {
-        switch (field) {
+    bool redraw(const model::AppModel::Change& change) {
+        switch (change.field) {
         case Field::wavFiles: {
             // A rescan that lists the same files keeps the rows, and with
             // them the scroll position.
@@ -205,7 +205,7 @@ public:
             return true;
         }
         case Field::sourceFacts:
-        case Field::tempo: pathsChanged(model_.factsChangedPaths()); break;
+        case Field::tempo: pathsChanged(change.paths); break;
         case Field::selectedFile: {
             std::vector<std::string> paths;
             if (shownSelection_)
@@ -365,12 +365,12 @@ SourceList::SourceList(model::AppModel& model, QWidget* parent)
 
 SourceList::~SourceList() = default;
 
-void SourceList::redraw(Field field) {
-    if (rows_->redraw(field)) {
+void SourceList::redraw(const model::AppModel::Change& change) {
+    if (rows_->redraw(change)) {
         hovered_ = pressed_ = {};
         viewport()->unsetCursor();
     }
-    switch (field) {
+    switch (change.field) {
     case Field::wavFiles:
         emptyHint_->setVisible(rows_->rowCount() == 0);
         [[fallthrough]];

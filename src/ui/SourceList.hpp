@@ -50,10 +50,10 @@ public:
     explicit SourceList(model::AppModel& model, QWidget* parent = nullptr);
     ~SourceList() override;
 
-    /// Brings the rows up to date after the model wrote `field`: a new list
-    /// of files replaces them, facts, tempo, selection and pool changes
-    /// repaint the rows concerned; other fields change nothing.
-    void redraw(model::AppModel::Field field);
+    /// Brings the rows up to date after the model's `change`: a new list of
+    /// files replaces them, facts, tempo, selection and pool changes repaint
+    /// the rows concerned; other fields change nothing.
+    void redraw(const model::AppModel::Change& change);
 
     /// Scrolls until the row of the listed file at `row` shows, with some of
     /// its neighbours, as a move from the keyboard needs.

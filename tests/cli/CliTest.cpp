@@ -90,6 +90,8 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         {{"generate", "--source", amen}, 2, "--output is required"},
         {{"generate", "--source", amen, "--slices", "4.5", "--output", out}, 2,
          "--slices expects a whole number, not '4.5'"},
+        {{"generate", "--source", amen, "--slices", "3", "--output", out}, 2,
+         "--slices expects a whole number from 4 to 128, not '3'"},
         {{"generate", "--source", amen, "--glitch", "nan", "--output", out}, 2,
          "--glitch expects a finite number, not 'nan'"},
         {{"generate", "--source", amen, "--model", "Blender", "--output", out}, 2,
@@ -115,9 +117,10 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
         SCOPED_TRACE(result.err);
         EXPECT_EQ(result.exitCode, exitCode);
         if (exitCode == 2) {
+            // One line says what is wrong, one where to read more.
             EXPECT_EQ(result.out, "");
-            EXPECT_TRUE(result.err.starts_with("marquetry-cli: ") && result.err.ends_with("\n\n" + usageText()));
-            EXPECT_TRUE(message.empty() || result.err == "marquetry-cli: " + message + "\n\n" + usageText());
+            EXPECT_EQ(result.err, "marquetry-cli: " + message + "\nRun 'marquetry-cli "
+                                      + (arguments.empty() ? "" : "generate ") + "--help' for usage.\n");
         } else {
             EXPECT_TRUE(result.err.starts_with(message));
             // A source that fails to load stops the run before any status is
@@ -134,15 +137,19 @@ TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
     const auto parsed = parseArguments({"generate", "--source=a.wav", "--mashup", "b.wav", "--mashup=c.wav", "--slices",
                                         "8", "--variations=3", "--model", "pivot", "--seed", "x", "--glitch", "0.9",
                                         "--pick", "3,1,3", "--output", "~/out", "--manifest", "run.json"});
-    ASSERT_TRUE(std::holds_alternative<CliArguments>(parsed)) << std::get<std::string>(parsed);
+    ASSERT_TRUE(std::holds_alternative<CliArguments>(parsed)) << std::get<UsageError>(parsed).message;
     const GenerateOptions& options = std::get<CliArguments>(parsed).generate;
     const std::string here = fs::current_path().string();
-    EXPECT_EQ(options.sourceFile, here + "/a.wav");
-    EXPECT_EQ(options.mashupFiles, (std::vector<std::string>{here + "/b.wav", here + "/c.wav"}));
-    EXPECT_EQ(std::tuple(options.slices, options.versions, options.chopModel, options.seedText, options.glitchAmount),
-              std::tuple(8, 3, chop::ChopModel::pivot, "x", 0.9));
-    EXPECT_EQ(std::tuple(options.outputDir, options.picks, options.manifestPath),
-              std::tuple("~/out", std::vector<std::int64_t>{1, 3}, "run.json"));
+    model::RunSettings expected;
+    expected.selectedPath = here + "/a.wav";
+    expected.mashupMode = true;
+    expected.checkedPaths = {here + "/b.wav", here + "/c.wav"};
+    expected.plan = {8, chop::ChopModel::pivot, 3, 0.9};
+    expected.seedText = "x";
+    expected.picks = {1, 3};
+    expected.exportOptions.manifest = true;
+    EXPECT_EQ(options.settings, expected);
+    EXPECT_EQ(std::tuple(options.outputDir, options.manifestPath), std::tuple("~/out", "run.json"));
 
     for (const chop::ChopModel model : chop::allChopModels) {
         for (const auto change : {::tolower, ::toupper}) {
@@ -150,16 +157,21 @@ TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
             for (char& c : name)
                 c = static_cast<char>(change(static_cast<unsigned char>(c)));
             const auto chosen = parseArguments({"generate", "--source", "a.wav", "--model", name, "--output", "o"});
-            EXPECT_EQ(std::get<CliArguments>(chosen).generate.chopModel, model) << name;
+            EXPECT_EQ(std::get<CliArguments>(chosen).generate.settings.plan.chopModel, model) << name;
         }
     }
 }
 
 TEST_F(CliInProcess, HelpAndVersionGoToStandardOutput) {
-    for (const auto& arguments : {std::vector<std::string>{"--help"}, {"generate", "--colour", "-h"}}) {
+    for (const auto& [arguments, usage] :
+         {std::pair(std::vector<std::string>{"--help"}, usageText()),
+          {{"generate", "--colour", "-h"}, usageText(CliArguments::Command::generate)},
+          {{"info", "--help"}, usageText(CliArguments::Command::info)}}) {
         const Outcome help = run(arguments);
-        EXPECT_EQ(std::tuple(help.exitCode, help.out, help.err), std::tuple(0, usageText(), ""));
+        EXPECT_EQ(std::tuple(help.exitCode, help.out, help.err), std::tuple(0, usage, ""));
     }
+    EXPECT_NE(usageText(CliArguments::Command::generate).find("--join-fade MS"), std::string::npos);
+    EXPECT_EQ(usageText(CliArguments::Command::info).find("--join-fade"), std::string::npos);
     EXPECT_EQ(run({"--version"}).out, "marquetry-cli " MARQUETRY_VERSION "\n");
 }
 
@@ -252,7 +264,7 @@ TEST_F(Replay, SoundOptionsAreRecordedAndReplayedAndAbsentMeansOff) {
         const Outcome result = generate(folder, extra);
         ASSERT_EQ(result.exitCode, 0) << result.err;
         EXPECT_EQ(result.err.find("Warning"), std::string::npos);
-        auto manifest = nlohmann::json::parse(readText(at(folder + ".json")));
+        const auto manifest = nlohmann::json::parse(readText(at(folder + ".json")));
         EXPECT_EQ(manifest["settings"][key], value);
         EXPECT_NE(folderContents(at(folder)), folderContents(at(folder == "matched" ? "raw" : "plain")));
 
@@ -261,8 +273,10 @@ TEST_F(Replay, SoundOptionsAreRecordedAndReplayedAndAbsentMeansOff) {
 
         if (folder == "matched")
             continue;
-        manifest["settings"].erase(key);
-        std::ofstream(at(folder + "-old.json")) << manifest.dump();
+        // A manifest from before the option existed: the plain run's, without it.
+        auto old = nlohmann::json::parse(readText(at("plain.json")));
+        old["settings"].erase(key);
+        std::ofstream(at(folder + "-old.json")) << old.dump();
         ASSERT_EQ(run({"replay", at(folder + "-old.json"), "--output", at(folder + "-old")}).exitCode, 0);
         EXPECT_EQ(folderContents(at(folder + "-old")), folderContents(at("plain")));
     }
@@ -476,14 +490,15 @@ TEST_F(Cli, SameSeedRepeatsTheFilesAndPickExportsASubset) {
 // runs.
 TEST_F(Cli, AFailedRunExitsOneAndAnArgumentErrorTwo) {
     copyLoops({"amen_s16.wav"});
-    const auto failed = generate("out", {"--slices", "2"});
+    const auto failed = generate("out", {"--variations", "0"});
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_EQ(failed.err, "Slices must be >= 4 and versions >= 1.\n");
     EXPECT_TRUE(failed.out.ends_with(failed.err)) << failed.out;
     const auto refused = generate("out", {"--slices", "16x"});
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(refused.err, "marquetry-cli: --slices expects a whole number, not '16x'\n\n" + usageText());
+    EXPECT_EQ(refused.err, "marquetry-cli: --slices expects a whole number, not '16x'\n"
+                           "Run 'marquetry-cli generate --help' for usage.\n");
     EXPECT_FALSE(fs::exists(root / "out"));
 }
 
@@ -497,26 +512,24 @@ TEST_F(Cli, NeighboursOfTheSourceAreNotRead) {
     EXPECT_EQ(result.exitCode, 0) << result.err;
 }
 
-// A count whose output cannot fit is refused before the run, against the
-// memory the machine has and, in a shell with a lowered address-space limit,
-// against what that limit leaves.
+// A count whose output cannot fit is refused before anything large is made,
+// against the memory the machine has and, in a shell with a lowered
+// address-space limit, against what that limit leaves.
 TEST_F(Cli, VariationCountsBeyondMemoryAreRefusedBeforeTheRun) {
     copyLoops({"amen_s16.wav"});
     const auto huge = generate("out", {"--variations", "100000"});
-    EXPECT_EQ(huge.exitCode, 2);
-    EXPECT_TRUE(huge.err.starts_with("marquetry-cli: --variations 100000 of this loop would need about 30.9 GB of "
-                                     "memory;"))
-        << huge.err;
+    EXPECT_EQ(huge.exitCode, 1);
+    EXPECT_TRUE(huge.err.starts_with("Error: This run needs 31.7 GB of memory, but only ")) << huge.err;
+    EXPECT_FALSE(fs::exists(root / "out"));
 #if defined(MARQUETRY_SANITIZED)
     GTEST_SKIP() << "the sanitizers reserve more address space than the limit below allows";
 #else
     limit = "ulimit -v 1000000 && ";
     const auto limited = generate("out", {"--variations", "5000"});
-    EXPECT_EQ(limited.exitCode, 2);
-    EXPECT_NE(limited.err.find("would need about 1.5 GB of memory;"), std::string::npos) << limited.err;
+    EXPECT_EQ(limited.exitCode, 1);
+    EXPECT_NE(limited.err.find("This run needs 1.6 GB of memory"), std::string::npos) << limited.err;
     EXPECT_EQ(generate("out", {"--variations", "20"}).exitCode, 0) << "a run that fits still runs";
 #endif
-    EXPECT_EQ(huge.out, "");
 }
 
 // A reader that stops early (`| head -1`) must not cost the export.

@@ -30,7 +30,9 @@ TEST_F(AppModelFolders, FirstStartCreatesTheDefaultFoldersAndReportsTheEmptyScan
     EXPECT_TRUE(fs::is_directory(sourceFolder()) && fs::is_directory(outputFolder()));
     EXPECT_EQ(m.status(), "No WAV files found in source folder.");
     EXPECT_THAT(settings.values, IsEmpty()) << "only the save operations write settings";
-    EXPECT_EQ(std::tuple(m.slices(), m.versions(), m.chopModel(), m.glitchAmount(), m.masterVolume(), m.seedText()),
+    EXPECT_EQ(m.settings(), RunSettings{});
+    EXPECT_EQ(std::tuple(m.settings().plan.sliceCount, m.settings().plan.variationCount, m.settings().plan.chopModel,
+                         m.settings().plan.glitchAmount, m.masterVolume(), m.settings().seedText),
               std::tuple(16, 10, chop::ChopModel::grid, 0.55, 0.85, ""));
     EXPECT_FALSE(m.mashupMode() || m.isGenerating() || m.selectedFile() || m.playingTarget());
 }
@@ -137,7 +139,7 @@ TEST_F(AppModelSources, TempoIsEstimatedOnDecodingAndACorrectionWinsForTheSessio
     const std::string breakbeat = addLoop("b.wav", "breakbeat_s16.wav");
     AppModel& m = start();
     std::vector<AppModel::Field> fields;
-    m.subscribe([&](AppModel::Field field) { fields.push_back(field); });
+    m.subscribe([&](const AppModel::Change& change) { fields.push_back(change.field); });
     EXPECT_EQ(m.tempoFor(amen), (chop::TempoEstimate{136.9, 4, 1}));
     EXPECT_EQ(m.tempoFor(breakbeat), std::nullopt) << "not decoded yet";
 

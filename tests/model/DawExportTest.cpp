@@ -80,9 +80,9 @@ protected:
     AppModel& withVariations(chop::ChopModel chopModel, std::int64_t count, const std::string& loop = "amen_s16.wav") {
         addLoop("a.wav", loop);
         AppModel& m = start();
-        m.setChopModel(chopModel);
-        m.setVersions(count);
-        m.setSeedText("7");
+        m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chopModel; });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = count; });
+        m.changeSettings([&](model::RunSettings& s) { s.seedText = "7"; });
         m.setOutputDir(home + "/out");
         generate();
         return m;
@@ -93,8 +93,8 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
     AppModel& m = withVariations(chop::ChopModel::grid, 3);
     const auto tempo = m.tempoFor(*m.selectedFile());
     ASSERT_TRUE(usableTempo(tempo));
-    m.setExportTags(true);
-    EXPECT_EQ(settings.string(AppModel::exportTagsKey), "true");
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.tags = true; });
+    EXPECT_EQ(settings.string("marquetry.option.exportTags"), "true");
     const auto outcome = m.exportSelected();
     ASSERT_TRUE(outcome.exported) << m.status();
     EXPECT_EQ(m.status(), "Exported 3 loop(s) to " + home + "/out");
@@ -111,7 +111,7 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
                                    + audio::loopTagChunks(tags, *m.sourceWavData(), 0).size());
     }
     // Off again: the plain file, byte for byte.
-    m.setExportTags(false);
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.tags = false; });
     m.exportSelected();
     EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
               audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
@@ -119,7 +119,7 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
 
 TEST_F(DawExport, ADragCarriesWhatExportWouldWriteAndAFailedOneSaysWhy) {
     AppModel& m = withVariations(chop::ChopModel::grid, 2);
-    m.setExportTags(true);
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.tags = true; });
     const std::string folder = home + "/cache/drag";
     const GeneratedLoop& loop = m.generatedLoops()[1];
     const auto variation = m.writeDragFile(playback::PlaybackTarget::generated(loop.id), folder);
@@ -140,7 +140,7 @@ TEST_F(DawExport, ADragCarriesWhatExportWouldWriteAndAFailedOneSaysWhy) {
     EXPECT_TRUE(tags.cues.empty());
     const audio::FrameCount frames = audio::frameCount(format.pcmData.size(), format.blockAlign);
     EXPECT_EQ(file, audio::buildWavFileData(format, format.pcmData, audio::loopTagChunks(tags, format, frames)));
-    m.setExportTags(false);
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.tags = false; });
     EXPECT_EQ(m.exportedSourceBytes(), audio::buildWavFileData(format, format.pcmData));
     EXPECT_FALSE(fs::exists(home + "/out")) << "a drag writes nothing into the Output folder";
 
@@ -159,14 +159,17 @@ TEST_F(DawExport, AnUnknownTempoWritesPlainFilesAndNoKitAndSaysSo) {
     generate();
     ASSERT_FALSE(m.generatedLoops().empty()) << m.status();
     ASSERT_FALSE(usableTempo(m.tempoFor(*m.selectedFile())));
-    m.setExportTags(true);
-    const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+    m.changeSettings([&](model::RunSettings& s) {
+        s.exportOptions.tags = true;
+        s.exportOptions.kit = true;
+    });
+    const auto outcome = m.exportSelected();
     ASSERT_TRUE(outcome.exported);
     EXPECT_EQ(m.status(), "Exported 10 loop(s) to " + home
                               + "/out; the loop's tempo is unknown, so no tags and no slice kit were written.");
     EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
               audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
-    EXPECT_FALSE(fs::exists(home + "/kit"));
+    EXPECT_FALSE(fs::exists(home + "/out/kit"));
 }
 
 // The kit's promise, for every chop model: each MIDI file, read by another
@@ -177,24 +180,25 @@ TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
     for (const chop::ChopModel chopModel : chop::allChopModels) {
         SCOPED_TRACE(chop::label(chopModel));
         model.reset();
-        fs::remove_all(home + "/kit");
+        fs::remove_all(home + "/out/kit");
         AppModel& m = withVariations(chopModel, 3);
         const auto tempo = m.tempoFor(*m.selectedFile());
         ASSERT_TRUE(usableTempo(tempo));
-        const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+        m.changeSettings([](model::RunSettings& s) { s.exportOptions.kit = true; });
+        const auto outcome = m.exportSelected();
         ASSERT_TRUE(outcome.exported) << m.status();
         EXPECT_THAT(m.status(), Not(HasSubstr("tempo")));
         const std::string stem = variationStem("a.wav", chopModel);
         const audio::WavData& format = *m.sourceWavData();
         std::vector<audio::Bytes> slices;
-        for (int k = 1; fs::exists(home + "/kit/" + stem + "_slice" + (k < 10 ? "0" : "") + std::to_string(k) + ".wav"); ++k)
-            slices.push_back(audio::loadWav(home + "/kit/" + stem + "_slice" + (k < 10 ? "0" : "")
+        for (int k = 1; fs::exists(home + "/out/kit/" + stem + "_slice" + (k < 10 ? "0" : "") + std::to_string(k) + ".wav"); ++k)
+            slices.push_back(audio::loadWav(home + "/out/kit/" + stem + "_slice" + (k < 10 ? "0" : "")
                                             + std::to_string(k) + ".wav").pcmData);
         ASSERT_FALSE(slices.empty());
-        EXPECT_TRUE(fs::exists(home + "/kit/" + stem + ".sfz"));
+        EXPECT_TRUE(fs::exists(home + "/out/kit/" + stem + ".sfz"));
         for (const GeneratedLoop& loop : m.generatedLoops()) {
             const std::string midiName = loop.name.substr(0, loop.name.size() - 4) + ".mid";
-            const ParsedMidi midi = parseWithMido(home + "/kit/" + midiName);
+            const ParsedMidi midi = parseWithMido(home + "/out/kit/" + midiName);
             EXPECT_EQ(midi.type, 0);
             EXPECT_EQ(midi.ticksPerBeat, 480);
             EXPECT_EQ(midi.microsPerQuarter, std::llround(60e6 / tempo->bpm));
@@ -223,9 +227,9 @@ TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
 // its own slices, never the first kit's.
 TEST_F(DawExport, TheKitOptionWritesIntoTheOutputFolderAndKeepBothNumbersAWholeKit) {
     AppModel& m = withVariations(chop::ChopModel::grid, 2);
-    m.setExportKit(true);
-    EXPECT_EQ(settings.string(AppModel::exportKitKey), "true");
-    m.setKeepExisting(true);
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.kit = true; });
+    EXPECT_EQ(settings.string("marquetry.option.exportKit"), "true");
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.keepExisting = true; });
     const std::string kit = home + "/out/kit";
     const auto first = m.exportSelected();
     ASSERT_TRUE(first.exported) << m.status();
@@ -250,20 +254,21 @@ TEST_F(DawExport, TheKitOptionWritesIntoTheOutputFolderAndKeepBothNumbersAWholeK
 
 TEST_F(DawExport, AKitFolderThatCannotBeMadeFailsBeforeAnyFileIsWritten) {
     AppModel& m = withVariations(chop::ChopModel::grid, 2);
-    addFile("blocker", audio::Bytes{1}, home);
-    const auto outcome = m.exportSelected(std::nullopt, home + "/blocker/kit");
+    addFile("kit", audio::Bytes{1}, home + "/out");
+    m.changeSettings([](model::RunSettings& s) { s.exportOptions.kit = true; });
+    const auto outcome = m.exportSelected();
     EXPECT_FALSE(outcome.exported);
     EXPECT_THAT(m.status(), HasSubstr("Export failed: "));
-    EXPECT_THAT(m.status(), HasSubstr("Not a directory"));
-    EXPECT_FALSE(fs::exists(home + "/out"));
+    EXPECT_THAT(m.status(), HasSubstr("kit"));
+    EXPECT_THAT(namesIn(home + "/out"), ::testing::ElementsAre("kit"));
 }
 
 TEST_F(DawExport, AKitOfMoreSlicesThanNotesIsRefusedBeforeAnyFileIsWritten) {
     AppModel& m = withVariations(chop::ChopModel::glitch, 60);
-    const auto outcome = m.exportSelected(std::nullopt, home + "/kit");
+    m.changeSettings([](model::RunSettings& s) { s.exportOptions.kit = true; });
+    const auto outcome = m.exportSelected();
     ASSERT_FALSE(outcome.exported) << m.status();
     EXPECT_THAT(m.status(), HasSubstr("Export failed: the slice kit would need "));
-    EXPECT_FALSE(fs::exists(home + "/kit"));
     EXPECT_FALSE(fs::exists(home + "/out"));
 }
 

@@ -24,7 +24,7 @@ class AppModelExport : public ModelTest {
 protected:
     AppModel& withVariations(std::int64_t count) {
         addLoop("a.wav");
-        start().setVersions(count);
+        start().changeSettings([&](model::RunSettings& s) { s.plan.variationCount = count; });
         generate();
         return *model;
     }
@@ -82,19 +82,35 @@ TEST_F(AppModelExport, ReplacesAnExistingFileWhole) {
     EXPECT_THAT(namesIn(outputFolder()), ElementsAre(nameOf(0)));
 }
 
-TEST_F(AppModelExport, AFailedWriteKeepsEarlierFilesStopsAndLeavesNoTemporaries) {
+// An export is one transaction: a file that cannot be written publishes
+// none, and what the run read is never a target.
+TEST_F(AppModelExport, AFailureOrARefusalPublishesNothingAndLeavesNoTemporaries) {
     AppModel& m = withVariations(3);
     fs::create_directories(outputFolder() + "/" + nameOf(1));
     m.exportSelected();
     EXPECT_EQ(m.status(), "Export failed: " + outputFolder() + "/" + nameOf(1) + ": Is a directory");
-    EXPECT_THAT(namesIn(outputFolder()), ElementsAre(nameOf(0), nameOf(1)));
-    EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + nameOf(0)), fileOf(0));
+    EXPECT_THAT(namesIn(outputFolder()), ElementsAre(nameOf(1)));
     EXPECT_THAT(namesIn(outputFolder() + "/" + nameOf(1)), IsEmpty());
 
     addFile("blocker", {1}, home);
     m.setOutputDir(home + "/blocker/out");
     m.exportSelected();
     EXPECT_EQ(m.status(), "Export failed: " + home + "/blocker/out: Not a directory");
+
+    // The source folder as the output folder, holding a loop named as a
+    // variation: the run read it, so it is refused, not replaced.
+    fs::remove_all(outputFolder() + "/" + nameOf(1));
+    const audio::Bytes source = audio::readWholeFile(sourceFolder() + "/a.wav");
+    addFile(nameOf(2), source, sourceFolder());
+    m.toggleMashupMembership(sourceFolder() + "/a.wav", true);
+    m.toggleMashupMembership(sourceFolder() + "/" + nameOf(2), true);
+    m.setMashupMode(true);
+    generate();
+    m.setOutputDir(sourceFolder());
+    m.exportSelected();
+    EXPECT_EQ(m.status(), "Export refused: " + nameOf(2) + " is a source of this run.");
+    EXPECT_THAT(namesIn(sourceFolder()), ElementsAre("a.wav", nameOf(2)));
+    EXPECT_EQ(audio::readWholeFile(sourceFolder() + "/" + nameOf(2)), source);
 }
 
 class FileSystemTest : public ModelTest {
@@ -178,7 +194,7 @@ TEST_F(FileSystemTest, ExportRemovesOnlyItsOwnStaleTemporaries) {
 
     addLoop("a.wav");
     AppModel& m = start();
-    m.setVersions(1);
+    m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = 1; });
     generate();
     m.exportSelected();
     ASSERT_THAT(m.status(), ::testing::StartsWith("Exported 1 loop(s)"));
@@ -189,9 +205,9 @@ TEST_F(FileSystemTest, ExportRemovesOnlyItsOwnStaleTemporaries) {
 TEST_F(AppModelExport, KeepBothNeverTouchesAnExistingFileAndIsRemembered) {
     AppModel& m = withVariations(2);
     m.setOutputDir(outputFolder());
-    m.setExportManifest(true);
-    m.setKeepExisting(true);
-    EXPECT_EQ(settings.values.at(AppModel::keepExistingKey), "true");
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.manifest = true; });
+    m.changeSettings([&](model::RunSettings& s) { s.exportOptions.keepExisting = true; });
+    EXPECT_EQ(settings.values.at("marquetry.option.keepExisting"), "true");
     const std::string stem0 = nameOf(0).substr(0, nameOf(0).size() - 4);
     const std::string manifest = "a_mqtry_grid_manifest.json";
     // Taken names: the first file, its first free name, and the manifest's.
@@ -209,9 +225,9 @@ TEST_F(AppModelExport, KeepBothNeverTouchesAnExistingFileAndIsRemembered) {
 
     // Replace, the default, writes over the names themselves.
     model.reset();
-    settings.values.erase(AppModel::keepExistingKey);
+    settings.values.erase("marquetry.option.keepExisting");
     AppModel& next = withVariations(2);
-    EXPECT_FALSE(next.keepExisting());
+    EXPECT_FALSE(next.settings().exportOptions.keepExisting);
     next.setOutputDir(outputFolder());
     next.exportSelected();
     EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + nameOf(0)), fileOf(0));

@@ -58,7 +58,11 @@ protected:
     AppModel& start() {
         model = std::make_unique<AppModel>(Platform{settings, chooser, browser, tasks, players, timers, home,
                                                     [] { return now; }, [this] { return uuidNumber(++uuids); }});
-        model->subscribe([this](Field field) { changes.push_back(field); });
+        model->subscribe([this](const AppModel::Change& change) {
+            changes.push_back(change.field);
+            if (change.field == Field::sourceFacts || change.field == Field::tempo)
+                changedPaths = change.paths;
+        });
         return *model;
     }
     void generate() {
@@ -77,6 +81,7 @@ protected:
     const std::string home = temporaryHome.path;
     int uuids = 0;
     std::vector<Field> changes;
+    std::vector<std::string> changedPaths; ///< of the last facts or tempo notice
     std::unique_ptr<AppModel> model;
 };
 

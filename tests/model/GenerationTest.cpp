@@ -43,8 +43,8 @@ TEST_F(AppModelGeneration, RefusedRequestsOnlyReportAndLeaveThePreviewPlaying) {
     AppModel& m = start();
     m.toggleSourcePlayback();
     for (const auto& [slices, versions] : {std::pair(3, 10), std::pair(16, 0)}) {
-        m.setSlices(slices);
-        m.setVersions(versions);
+        m.changeSettings([&](model::RunSettings& s) { s.plan.sliceCount = slices; });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = versions; });
         changes.clear();
         m.generate();
         EXPECT_THAT(changes, ElementsAre(Field::status));
@@ -79,7 +79,7 @@ TEST_F(AppModelGeneration, EveryRunHasFreshIdsAndABlankSeedIsTheClocksSecond) {
     AppModel& m = start();
     std::vector<std::vector<GeneratedLoop>> runs;
     for (const std::string& seed : {std::string(), std::to_string(now), std::string("42")}) {
-        m.setSeedText(seed);
+        m.changeSettings([&](model::RunSettings& s) { s.seedText = seed; });
         generate();
         runs.push_back(m.generatedLoops());
     }
@@ -142,7 +142,7 @@ TEST_F(AppModelGeneration, AFailedRunKeepsTheVariationsAndSourceItReplacedNothin
     for (const auto& [chopModel, breakRun, status] : cases) {
         addLoop("a.wav");
         m.setMashupMode(false);
-        m.setChopModel(chopModel);
+        m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chopModel; });
         m.selectFile(a);
         generate();
         const auto before = m.generatedLoops();
@@ -162,7 +162,7 @@ TEST_F(AppModelGeneration, ARunThatCannotFitInMemoryIsRefusedWithItsSize) {
     AppModel& m = start();
     generate();
     const auto before = m.generatedLoops();
-    m.setVersions(200'000); // 61.9 GB of output and 1.6 GB of envelopes
+    m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = 200'000; }); // 61.9 GB of output and 1.6 GB of envelopes
     generate();
     EXPECT_THAT(m.status(), ::testing::MatchesRegex("Error: This run needs 63\\.5 GB of memory, but only .* is "
                                                     "available\\. Lower Variations or Slices, or use a shorter loop\\."));
@@ -211,7 +211,7 @@ TEST_F(AppModelGeneration, MatchedFormatsMashupSoundsLikeItsSources) {
         m.toggleMashupMembership(path, true);
     for (const bool match : {true, false}) {
         SCOPED_TRACE(match ? "matched" : "raw");
-        m.setMatchFormats(match);
+        m.changeSettings([&](model::RunSettings& s) { s.matchFormats = match; });
         generate();
         ASSERT_EQ(m.generatedLoops().size(), 10u);
         EXPECT_EQ(formatMismatchWarning(*m.lastRun()).has_value(), !match);
@@ -243,7 +243,7 @@ TEST_F(AppModelGeneration, MatchedTempoStretchesTheOtherLoopsToTheReferenceTempo
     m.setMashupMode(true);
     m.toggleMashupMembership(amen, true);
     m.toggleMashupMembership(breakbeat, true);
-    m.setMatchTempo(true);
+    m.changeSettings([&](model::RunSettings& s) { s.matchTempo = true; });
     const auto pooledFrames = [&](std::int64_t source) {
         audio::FrameCount frames = 0;
         for (const chop::PoolSlice& slice : m.lastRun()->pool)
@@ -263,7 +263,7 @@ TEST_F(AppModelGeneration, MatchedTempoStretchesTheOtherLoopsToTheReferenceTempo
         EXPECT_EQ(pooledFrames(0), framesOf(amen));
         EXPECT_NEAR(static_cast<double>(pooledFrames(1)), framesOf(breakbeat) * breakbeatBpm / amenBpm, 16.0);
     }
-    EXPECT_EQ(m.lastRun()->request.tempoOverrides, (std::map<std::string, double>{{breakbeat, 100.0}}));
+    EXPECT_EQ(m.lastRun()->settings.tempoOverrides, (std::map<std::string, double>{{breakbeat, 100.0}}));
 
     const std::string silence = addLoop("3.wav");
     const audio::WavData silent = audio::test::record(audio::formatPcm, 2, 4, 16, audio::Bytes(44100 * 4, 0));

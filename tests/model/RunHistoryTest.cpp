@@ -31,12 +31,12 @@ TEST_F(AppModelHistory, BackAndForwardBringBackTheSameVariationsAndTicks) {
     const std::string a = addLoop("a.wav");
     addLoop("b.wav", "breakbeat_s16.wav");
     AppModel& m = start();
-    m.setVersions(4);
+    m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = 4; });
     generate(); // blank seed: the clock decides
     m.toggleSelection(m.generatedLoops()[1].id, false);
     const Shown first = shown(m);
-    m.setChopModel(chop::ChopModel::pivot);
-    m.setSeedText("7");
+    m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::pivot; });
+    m.changeSettings([&](model::RunSettings& s) { s.seedText = "7"; });
     generate();
     const Shown second = shown(m);
     ASSERT_NE(std::get<1>(first[0]), std::get<1>(second[0]));
@@ -45,7 +45,7 @@ TEST_F(AppModelHistory, BackAndForwardBringBackTheSameVariationsAndTicks) {
     EXPECT_EQ(shown(m), first);
     EXPECT_EQ(m.status(), "Run 1 of 2: Generated 4 preview loop(s) from 1 source file using Grid chop model.");
     // The seed the run used, not the blank it was asked with.
-    EXPECT_EQ(m.lastRun()->request.seedText, std::to_string(now));
+    EXPECT_EQ(m.lastRun()->settings.seedText, std::to_string(now));
     step(&AppModel::goBack); // nothing before the first run
     EXPECT_EQ(shown(m), first);
     EXPECT_TRUE(tasks.background.empty());
@@ -66,9 +66,9 @@ TEST_F(AppModelHistory, BackAndForwardBringBackTheSameVariationsAndTicks) {
 TEST_F(AppModelHistory, ASourceChangedOnDiskIsNamedAndNothingElseChanges) {
     addLoop("a.wav");
     AppModel& m = start();
-    m.setVersions(2);
+    m.changeSettings([&](model::RunSettings& s) { s.plan.variationCount = 2; });
     generate();
-    m.setSeedText("5");
+    m.changeSettings([&](model::RunSettings& s) { s.seedText = "5"; });
     generate();
     const Shown second = shown(m);
     addLoop("a.wav", "breakbeat_s16.wav"); // same name, other bytes
@@ -91,14 +91,14 @@ TEST(RunHistory, KeepsTheLatestRunsAndKnowsWhereBackAndForwardGo) {
     RunHistory history;
     EXPECT_FALSE(history.backTarget() || history.forwardTarget());
     RunRecord run;
-    run.request.seedText = "any text";
+    run.settings.seedText = "any text";
     for (std::uint64_t seed = 0; seed < RunHistory::capacity + 5; ++seed) {
         run.seed = seed;
         history.add(run, 3);
     }
     ASSERT_EQ(history.size(), RunHistory::capacity);
     EXPECT_EQ(history.at(0).seed, 5u) << "the oldest runs go first";
-    EXPECT_EQ(history.at(0).replayRequest().seedText, "5");
+    EXPECT_EQ(history.at(0).replaySettings().seedText, "5");
     EXPECT_EQ(history.backTarget(), RunHistory::capacity - 2);
     EXPECT_FALSE(history.forwardTarget());
     history.leave();

@@ -66,9 +66,9 @@ private slots:
         QFETCH(QString, shown);
         const model::AppModel& m = start({});
         QVERIFY(find(control)->setProperty("value", requested));
-        const std::map<QString, double> read = {{"slicesBox", static_cast<double>(m.slices())},
-                                                {"variationsBox", static_cast<double>(m.versions())},
-                                                {"glitchSlider", m.glitchAmount()},
+        const std::map<QString, double> read = {{"slicesBox", static_cast<double>(m.settings().plan.sliceCount)},
+                                                {"variationsBox", static_cast<double>(m.settings().plan.variationCount)},
+                                                {"glitchSlider", m.settings().plan.glitchAmount},
                                                 {"masterSlider", m.masterVolume()}};
         QCOMPARE(read.at(control), stored);
         const auto* label = view_->findChild<QLabel*>(control + "Value");
@@ -78,25 +78,25 @@ private slots:
     void modelChangesAreShownWithoutEcho() {
         model::AppModel& m = start({});
         std::vector<Field> writes;
-        m.subscribe([&writes](Field field) { writes.push_back(field); });
-        m.setSlices(20);
-        m.setChopModel(chop::ChopModel::drift);
-        m.setSeedText("abc");
+        m.subscribe([&writes](const model::AppModel::Change& change) { writes.push_back(change.field); });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.sliceCount = 20; });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::drift; });
+        m.changeSettings([&](model::RunSettings& s) { s.seedText = "abc"; });
         m.setMasterVolume(0.5);
-        m.setExportManifest(true);
+        m.changeSettings([&](model::RunSettings& s) { s.exportOptions.manifest = true; });
         QCOMPARE(find<QSpinBox>("slicesBox")->value(), 20);
         QCOMPARE(find<QComboBox>("chopModelBox")->currentText(), QStringLiteral("Drift"));
         QCOMPARE(find<QLineEdit>("seedField")->text(), QStringLiteral("abc"));
         QCOMPARE(find<QSlider>("masterSlider")->value(), 500);
         QVERIFY(find<QCheckBox>("manifestBox")->isChecked());
-        QCOMPARE(writes, (std::vector{Field::slices, Field::chopModel, Field::seedText, Field::masterVolume,
-                                      Field::exportManifest}));
+        QCOMPARE(writes, (std::vector{Field::settings, Field::settings, Field::settings, Field::masterVolume,
+                                      Field::settings}));
 
         // Typing writes once per key, and the echo of each write is no write.
         writes.clear();
         QTest::keyClicks(find<QLineEdit>("seedField"), "de");
-        QCOMPARE(m.seedText(), "abcde");
-        QCOMPARE(writes, (std::vector{Field::seedText, Field::seedText}));
+        QCOMPARE(m.settings().seedText, "abcde");
+        QCOMPARE(writes, (std::vector{Field::settings, Field::settings}));
     }
 
     void glitchRowSitsBetweenGenerateAndMasterOnlyForGlitch() {
@@ -104,7 +104,7 @@ private slots:
         auto* chopBox = find<QComboBox>("chopModelBox");
         QCOMPARE(layoutIndex("glitchRow"), -1);
         chopBox->setCurrentText(QStringLiteral("Glitch"));
-        QCOMPARE(m.chopModel(), chop::ChopModel::glitch);
+        QCOMPARE(m.settings().plan.chopModel, chop::ChopModel::glitch);
         QCOMPARE(layoutIndex("glitchRow"), layoutIndex("generateRow") + 1);
         QCOMPARE(layoutIndex("masterRow"), layoutIndex("glitchRow") + 1);
         QVERIFY(find("glitchRow")->isVisible());
@@ -113,7 +113,7 @@ private slots:
         chopBox->setCurrentText(QStringLiteral("Pivot"));
         QCOMPARE(layoutIndex("glitchRow"), -1);
         QVERIFY(find("glitchRow")->isHidden());
-        QCOMPARE(m.glitchAmount(), 0.3);
+        QCOMPARE(m.settings().plan.glitchAmount, 0.3);
     }
 
     void generateThenSelectionButtonsFollowTheTicks() {
@@ -144,7 +144,7 @@ private slots:
         QVERIFY(emptyLabel->isHidden());
         QCOMPARE(enabled(), std::tuple(true, true, true));
         std::vector<Field> writes;
-        m.subscribe([&writes](Field field) { writes.push_back(field); });
+        m.subscribe([&writes](const model::AppModel::Change& change) { writes.push_back(change.field); });
         click(find("selectNoneButton"));
         QCOMPARE(ticked(), 0);
         // Each tick is published as it changes, and nothing else is written.
@@ -197,8 +197,8 @@ private slots:
         click(find("kitBox"));
         click(find("kitBox"));
         click(find("tagsBox"));
-        QVERIFY(view_->model().exportManifest());
-        QVERIFY(view_->model().exportTags() && !view_->model().exportKit());
+        QVERIFY(view_->model().settings().exportOptions.manifest);
+        QVERIFY(view_->model().settings().exportOptions.tags && !view_->model().settings().exportOptions.kit);
         // The next launch, over the same settings, starts with them as left.
         view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
@@ -222,40 +222,40 @@ private slots:
         auto* box = find<QCheckBox>("joinFadeBox");
         auto* ms = find<QSpinBox>("joinFadeMsBox");
         QVERIFY(!box->isChecked() && !ms->isEnabled());
-        QCOMPARE(m.joinFadeMs(), std::int64_t{0});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{0});
         click(box);
-        QCOMPARE(m.joinFadeMs(), std::int64_t{5});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{5});
         ms->setValue(12);
-        QCOMPARE(m.joinFadeMs(), std::int64_t{12});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{12});
         ms->setValue(80);
-        QCOMPARE(m.joinFadeMs(), std::int64_t{50});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{50});
         click(box);
-        QCOMPARE(m.joinFadeMs(), std::int64_t{0});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{0});
         click(box);
-        QCOMPARE(m.joinFadeMs(), std::int64_t{50});
+        QCOMPARE(m.settings().plan.joinFadeMs, std::int64_t{50});
 
         view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         QVERIFY(find<QCheckBox>("joinFadeBox")->isChecked());
         QCOMPARE(find<QSpinBox>("joinFadeMsBox")->value(), 50);
-        QCOMPARE(view_->model().joinFadeMs(), std::int64_t{50});
+        QCOMPARE(view_->model().settings().plan.joinFadeMs, std::int64_t{50});
     }
 
     void soundOptionsReachTheModelAndAreRemembered() {
         const model::AppModel& m = start({});
         auto* fit = find<QComboBox>("fitBox");
         QCOMPARE(fit->currentIndex(), 0);
-        QVERIFY(m.fit() == chop::FitMode::off && !m.matchFormats() && !m.matchTempo());
+        QVERIFY(m.settings().plan.fit == chop::FitMode::off && !m.settings().matchFormats && !m.settings().matchTempo);
         fit->setCurrentIndex(2);
         click(find("matchFormatsBox"));
         click(find("matchTempoBox"));
-        QVERIFY(m.fit() == chop::FitMode::stretch && m.matchFormats() && m.matchTempo());
+        QVERIFY(m.settings().plan.fit == chop::FitMode::stretch && m.settings().matchFormats && m.settings().matchTempo);
 
         view_ = std::make_unique<ui::ContentView>(platform_->platform(), platform_->audioFileChooser());
         view_->show();
         QCOMPARE(find<QComboBox>("fitBox")->currentIndex(), 2);
         QVERIFY(find<QCheckBox>("matchFormatsBox")->isChecked() && find<QCheckBox>("matchTempoBox")->isChecked());
-        QVERIFY(view_->model().fit() == chop::FitMode::stretch);
+        QVERIFY(view_->model().settings().plan.fit == chop::FitMode::stretch);
     }
 
     // Beside Mashup Mode after a run that pooled loops of other formats as
@@ -547,7 +547,7 @@ private slots:
         model::AppModel& m = start();
         click(find("generateButton"));
         platform_->tasks.drain();
-        m.setExportTags(true);
+        m.changeSettings([&](model::RunSettings& s) { s.exportOptions.tags = true; });
         std::vector<QList<QUrl>> drags;
         view_->setDragRunner([&drags](QDrag& drag) { drags.push_back(drag.mimeData()->urls()); });
         const auto press = [](QWidget* waveform, int distance) {

@@ -149,7 +149,7 @@ private slots:
         QTest::keyClick(spinBox, Qt::Key_Return);
         QCOMPARE(spinBox->value(), value);
         if (box == "slicesBox")
-            QCOMPARE(m.slices(), std::int64_t{value});
+            QCOMPARE(m.settings().plan.sliceCount, std::int64_t{value});
     }
 
     void historyKeysBringBackABlankSeedRunAfterTheSourceChanged() {

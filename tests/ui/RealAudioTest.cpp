@@ -113,8 +113,8 @@ private slots:
             QTest::qWait(std::max(0, static_cast<int>(std::llround(seconds * 1000.0) - clock.elapsed())));
         };
         std::vector<std::pair<double, double>> progress;
-        model.subscribe([&](model::AppModel::Field field) {
-            if (field == model::AppModel::Field::playbackProgress && model.playbackProgress())
+        model.subscribe([&](const model::AppModel::Change& change) {
+            if (change.field == model::AppModel::Field::playbackProgress && model.playbackProgress())
                 progress.emplace_back(now(), *model.playbackProgress());
         });
 

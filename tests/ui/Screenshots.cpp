@@ -120,8 +120,8 @@ int main(int argc, char** argv) {
         {"3-seed-reused.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
              generate(view, platform);
-             view.model().setSeedText(std::to_string(view.model().lastRun()->seed));
-             view.model().setExportManifest(true);
+             view.model().changeSettings([&](model::RunSettings& s) { s.seedText = std::to_string(view.model().lastRun()->seed); });
+             view.model().changeSettings([&](model::RunSettings& s) { s.exportOptions.manifest = true; });
          }},
         {"4-playing.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
@@ -146,16 +146,16 @@ int main(int argc, char** argv) {
              view.activateWindow();
              generate(view, platform);
              view.model().toggleSelection(view.model().generatedLoops().at(1).id, false);
-             view.model().setSeedText("7");
+             view.model().changeSettings([&](model::RunSettings& s) { s.seedText = "7"; });
              generate(view, platform);
              view.model().goBack();
              platform.tasks.drain();
-             view.model().setKeepExisting(true);
+             view.model().changeSettings([&](model::RunSettings& s) { s.exportOptions.keepExisting = true; });
          }},
         {"6-glitch.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
-             view.model().setChopModel(chop::ChopModel::glitch);
-             view.model().setSeedText("marquetry");
+             view.model().changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::glitch; });
+             view.model().changeSettings([&](model::RunSettings& s) { s.seedText = "marquetry"; });
              generate(view, platform);
          }},
     };
