@@ -19,10 +19,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <atomic>
 #include <initializer_list>
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/stat.h>
@@ -111,6 +113,11 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
          "--fit expects off, trim or stretch, not 'squeeze'"},
         {{"generate", "--source", amen, "--tempo", amen + "=1000", "--output", out}, 2,
          "--tempo expects FILE=BPM with a tempo from 20 to 999, not '" + amen + "=1000'"},
+        // Nothing the run read is ever replaced, and nothing is written twice.
+        {{"generate", "--source", amen, "--seed", "1", "--output", out, "--manifest", amen}, 1,
+         "Export refused: amen_s16.wav is a source of this run.\n"},
+        {{"generate", "--source", amen, "--seed", "1", "--output", out, "--manifest", out + "/amen_s16_mqtry_grid01.wav"},
+         1, "Export refused: amen_s16_mqtry_grid01.wav would be written twice by this export.\n"},
     };
     for (const auto& [arguments, exitCode, message] : cases) {
         const Outcome result = run(arguments);
@@ -131,6 +138,7 @@ TEST_F(CliInProcess, RefusalsSayWhatIsWrongAndExitWithTheirStatus) {
     }
     EXPECT_FALSE(fs::exists(out)) << "no folder may be made without an export";
     EXPECT_EQ(folderContents(source()).size(), 3u);
+    EXPECT_EQ(readText(source() / "amen_s16.wav"), readText(audio::test::testLoopPath("amen_s16.wav")));
 }
 
 TEST(CliArguments, GenerateTakesEveryOptionInEitherForm) {
@@ -333,12 +341,52 @@ TEST_F(Replay, RefusesAChangedSourceOrAnUnusableManifestAndWritesNothing) {
         EXPECT_EQ(refused.err, message + " Nothing was written.\n");
     }
 
+    // Past its size limit a manifest is refused unread (a sparse file: no
+    // disk and no memory spent).
+    fs::resize_file(write("huge.json", ""), 100'000'000);
+    const Outcome huge = run({"replay", at("huge.json"), "--output", at("out")});
+    EXPECT_EQ(huge.err, "Replay refused: " + at("huge.json")
+                            + " is 100.0 MB, more than the 64.0 MB a manifest can be. Nothing was written.\n");
+
     std::ofstream(root / "source" / "breakbeat_s16.wav", std::ios::app) << "x";
     const Outcome changed = run({"replay", at("run.json"), "--output", at("out")});
     EXPECT_EQ(changed.exitCode, 1);
     EXPECT_EQ(changed.err, "Replay refused: " + at("source/breakbeat_s16.wav")
                                + " has changed since the manifest was written. Nothing was written.\n");
     EXPECT_FALSE(fs::exists(at("out")));
+}
+
+// A source swapped for another loop while replays run: each replay either
+// refuses or writes exactly the files the manifest records, never others.
+TEST_F(Replay, ASourceSwappedDuringReplaysNeverYieldsOtherBytes) {
+    ASSERT_EQ(generateWithManifest().exitCode, 0);
+    const auto manifest = nlohmann::json::parse(readText(at("run.json")));
+    const std::string amen = at("source/amen_s16.wav");
+    fs::copy_file(amen, at("amen.keep"));
+    fs::copy_file(at("source/breakbeat_s16.wav"), at("breakbeat.keep"));
+    std::atomic<bool> done{false};
+    std::thread swapper([&] {
+        for (int i = 0; !done; ++i) {
+            fs::copy_file(at(i % 2 == 0 ? "breakbeat.keep" : "amen.keep"), at("swap.tmp"),
+                          fs::copy_options::overwrite_existing);
+            fs::rename(at("swap.tmp"), amen);
+        }
+    });
+    int refused = 0;
+    for (int i = 0; i < 12; ++i) {
+        const std::string out = at("out" + std::to_string(i));
+        const Outcome replay = run({"replay", at("run.json"), "--output", out});
+        if (replay.exitCode != 0) {
+            ++refused;
+            EXPECT_FALSE(fs::exists(out) && !fs::is_empty(out)) << replay.err;
+            continue;
+        }
+        for (const auto& variation : manifest["variations"])
+            EXPECT_EQ(sha256(readText(out + "/" + variation["name"].get<std::string>())), variation["sha256"]);
+    }
+    done = true;
+    swapper.join();
+    EXPECT_GT(refused, 0) << "the swap was never seen";
 }
 
 // One line per file, refusals included, and exit 1 when any was refused.
@@ -416,6 +464,17 @@ TEST_F(CliInProcess, InfoDescribesEachFileAndExitsOneWhenTheReaderRefusesAny) {
     expected[0]["file"] = at("source/amen_f32.wav");
     expected[0]["seconds"] = 77321.0 / 44100;
     EXPECT_EQ(nlohmann::json::parse(json.out), expected);
+
+    // A name that is not UTF-8 still gives valid JSON; output that cannot
+    // be written fails the command.
+    fs::copy_file(at("source/amen_f32.wav"), at("source/bad\xff.wav"));
+    const Outcome bad = run({"info", "--json", at("source/bad\xff.wav")});
+    EXPECT_EQ(bad.exitCode, 0);
+    EXPECT_TRUE(nlohmann::json::accept(bad.out)) << bad.out;
+    std::ostringstream closed, err;
+    closed.setstate(std::ios::badbit);
+    EXPECT_EQ(runCli({"info", at("source/amen_f32.wav")}, closed, err), 1);
+    EXPECT_EQ(err.str(), "marquetry-cli: cannot write to standard output\n");
 }
 
 // The real program, for what only a process shows.

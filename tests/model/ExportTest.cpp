@@ -5,12 +5,19 @@
 #include "Fakes.hpp"
 
 #include "audio/WavWriter.hpp"
+#include "model/DawExport.hpp"
+#include "model/Export.hpp"
 #include "model/FileSystem.hpp"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <regex>
+#include <thread>
+
+#include <sys/mount.h>
 
 namespace marquetry::model::test {
 namespace {
@@ -111,6 +118,105 @@ TEST_F(AppModelExport, AFailureOrARefusalPublishesNothingAndLeavesNoTemporaries)
     EXPECT_EQ(m.status(), "Export refused: " + nameOf(2) + " is a source of this run.");
     EXPECT_THAT(namesIn(sourceFolder()), ElementsAre("a.wav", nameOf(2)));
     EXPECT_EQ(audio::readWholeFile(sourceFolder() + "/" + nameOf(2)), source);
+}
+
+// A small file system of its own, unmounted again at the end; none where
+// this process may not mount one.
+struct ScratchMount {
+    std::string path;
+    bool mounted = false;
+    ScratchMount(std::string at, const char* options, unsigned long flags = 0) : path(std::move(at)) {
+        fs::create_directories(path);
+        mounted = ::mount("tmpfs", path.c_str(), "tmpfs", flags, options) == 0;
+    }
+    ~ScratchMount() {
+        if (mounted)
+            ::umount2(path.c_str(), MNT_DETACH);
+    }
+};
+
+ExportJob jobFor(const AppModel& m, std::string outputDir) {
+    std::vector<std::int64_t> all;
+    for (std::size_t n = 1; n <= m.generatedLoops().size(); ++n)
+        all.push_back(static_cast<std::int64_t>(n));
+    return {.run = &*m.lastRun(), .loops = m.generatedLoops(), .numbers = all, .format = *m.sourceWavData(),
+            .options = {}, .tagTempo = m.tempoFor(*m.selectedFile()), .outputDir = std::move(outputDir),
+            .kitDir = std::nullopt, .manifestPath = std::nullopt, .stopRequested = {}, .expectedSha256 = {}};
+}
+
+// A disk that fills up half way, or a kit folder that cannot be written:
+// not one file published, not one temporary left.
+TEST_F(AppModelExport, AFullDiskOrAReadOnlyKitFolderPublishesNothing) {
+    const AppModel& m = withVariations(10); // about 3 MB of files
+    const ScratchMount small(home + "/small", "size=2m");
+    const ScratchMount readOnly(home + "/readonly", "size=1m", MS_RDONLY);
+    if (!small.mounted || !readOnly.mounted)
+        GTEST_SKIP() << "cannot mount a tmpfs here (" << std::strerror(errno) << "), which these cases need";
+
+    ExportJob full = jobFor(m, small.path + "/out");
+    full.options.manifest = true;
+    full.manifestPath = small.path + "/run.json";
+    EXPECT_THAT([&] { exportRun(full); }, ThrowsMessage<std::system_error>(::testing::HasSubstr("No space left")));
+    EXPECT_THAT(namesIn(small.path), ElementsAre("out"));
+    EXPECT_THAT(namesIn(small.path + "/out"), IsEmpty());
+
+    ExportJob kit = jobFor(m, home + "/out");
+    kit.options.kit = true;
+    kit.kitDir = readOnly.path;
+    EXPECT_THAT([&] { exportRun(kit); }, ThrowsMessage<std::system_error>(::testing::HasSubstr("Read-only")));
+    EXPECT_THAT(namesIn(home + "/out"), IsEmpty());
+}
+
+// Two exports of kits at once under Keep both, again and again: every
+// instrument names only slices written with it, each holding its own run's
+// audio.
+TEST(ExportRun, ConcurrentKeepBothKitsEachPlayTheirOwnSlices) {
+    const audio::test::TemporaryFolder folder;
+    const std::string loop = audio::test::testLoopPath("amen_s16.wav");
+    std::vector<GenerationResult> runs;
+    for (const char* seed : {"1", "2"}) {
+        RunSettings settings;
+        settings.selectedPath = loop;
+        settings.seedText = seed;
+        settings.plan.chopModel = chop::ChopModel::dice;
+        settings.plan.variationCount = 2;
+        runs.push_back(runGeneration(settings, [] { return 0; }, [] { return playback::Uuid{}; }));
+    }
+    const auto tempo = chop::estimateTempo(runs[0].reference);
+    const std::string kitDir = folder.path + "/kit";
+    const auto exportKit = [&](const GenerationResult& run) {
+        return exportRun({.run = &run.run, .loops = run.loops, .numbers = {1, 2}, .format = run.reference,
+                          .options = {.manifest = false, .keepExisting = true, .tags = true, .kit = true},
+                          .tagTempo = tempo, .outputDir = folder.path + "/out", .kitDir = kitDir,
+                          .manifestPath = std::nullopt, .stopRequested = {}, .expectedSha256 = {}});
+    };
+    for (int round = 0; round < 4; ++round) {
+        ExportResult results[2];
+        std::thread other([&] { results[1] = exportKit(runs[1]); });
+        results[0] = exportKit(runs[0]);
+        other.join();
+        for (int r = 0; r < 2; ++r) {
+            std::vector<const GeneratedLoop*> loops{&runs[r].loops[0], &runs[r].loops[1]};
+            const std::vector<KitFile> own = buildSliceKit(loops, runs[r].reference, "x", tempo->bpm);
+            const auto sfz = std::find_if(results[r].kitFiles.begin(), results[r].kitFiles.end(),
+                                          [](const std::string& path) { return path.ends_with(".sfz"); });
+            ASSERT_NE(sfz, results[r].kitFiles.end());
+            const std::string text = audio::test::readText(*sfz);
+            const std::regex sample("sample=(\\S+) key=(\\d+)");
+            int slices = 0;
+            for (auto it = std::sregex_iterator(text.begin(), text.end(), sample); it != std::sregex_iterator(); ++it) {
+                const std::string path = kitDir + "/" + (*it)[1].str();
+                EXPECT_NE(std::find(results[r].kitFiles.begin(), results[r].kitFiles.end(), path),
+                          results[r].kitFiles.end())
+                    << path << " was not written with " << *sfz;
+                const std::size_t k = static_cast<std::size_t>(std::stoi((*it)[2].str()) - firstKitNote);
+                ASSERT_LT(k, own.size());
+                EXPECT_EQ(audio::loadWav(path).pcmData, audio::parseWav(own[k].bytes).pcmData) << path;
+                ++slices;
+            }
+            EXPECT_GT(slices, 0);
+        }
+    }
 }
 
 class FileSystemTest : public ModelTest {
