@@ -31,16 +31,19 @@ Pattern reservedPattern(std::int64_t sliceCount) {
     return pattern;
 }
 
-void applyDiceReplacements(Pattern& pattern, std::int64_t sliceCount, SeededGenerator& rng) {
+void applyReplacements(Pattern& pattern, std::int64_t sliceCount, double rate, SeededGenerator& rng) {
     for (std::int64_t& entry : pattern)
-        if (unitDraw(rng) < 0.22)
+        if (unitDraw(rng) < rate)
             entry = drawBelow(sliceCount, rng);
 }
 
 } // namespace
 
 Pattern generatePattern(ChopModel model, std::int64_t sliceCount, SeededGenerator& rng) {
-    const ChopRecipe steps = recipe(model);
+    return generatePattern(recipe(model), sliceCount, rng);
+}
+
+Pattern generatePattern(const ChopRecipe& steps, std::int64_t sliceCount, SeededGenerator& rng) {
     Pattern pattern;
     switch (steps.order) {
     case Order::gridWalk: pattern = generatePatternGridLike(sliceCount, rng); break;
@@ -49,8 +52,8 @@ Pattern generatePattern(ChopModel model, std::int64_t sliceCount, SeededGenerato
     case Order::drift: pattern = generatePatternDrift(sliceCount, rng); break;
     case Order::momentum: pattern = generatePatternMomentum(sliceCount, rng); break;
     }
-    if (steps.diceReplacements)
-        applyDiceReplacements(pattern, sliceCount, rng);
+    if (steps.replacementRate > 0)
+        applyReplacements(pattern, sliceCount, steps.replacementRate, rng);
     return pattern;
 }
 

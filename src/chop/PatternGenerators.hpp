@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chop/ChopModel.hpp"
+#include "chop/ChopRecipe.hpp"
 #include "chop/SeededGenerator.hpp"
 
 #include <cstdint>
@@ -17,6 +18,8 @@ using Pattern = std::vector<std::int64_t>;
 /// model's walk, then its replacement pass if its recipe has one. The order
 /// of draws is fixed, since every draw advances the run's one stream.
 Pattern generatePattern(ChopModel model, std::int64_t sliceCount, SeededGenerator& rng);
+/// The same for a recipe: its walk, then its replacement pass.
+Pattern generatePattern(const ChopRecipe& steps, std::int64_t sliceCount, SeededGenerator& rng);
 
 /// Grid, Transient and Dice: a walk over four sections with weighted picks.
 Pattern generatePatternGridLike(std::int64_t sliceCount, SeededGenerator& rng);

@@ -59,8 +59,8 @@ std::vector<FrameRange> withoutEmptyRanges(std::vector<FrameRange> ranges) {
     return ranges;
 }
 
-double drawWeight(ChopModel model, SeededGenerator& rng) {
-    if (recipe(model).diceWeights) {
+double drawWeight(Weighting weighting, SeededGenerator& rng) {
+    if (weighting == Weighting::diceFaces) {
         static constexpr std::array<double, 6> diceFaces{0.5, 0.75, 1.0, 1.25, 1.5, 2.0};
         const double face = rng.randomElement(std::span<const double>(diceFaces));
         return face * rng.randomDoubleClosed(0.8, 1.2);
@@ -72,23 +72,23 @@ double drawWeight(ChopModel model, SeededGenerator& rng) {
 
 } // namespace
 
-std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
+std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, const ChopRecipe& steps,
                                     SeededGenerator& rng) {
     const FrameCount totalFrames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
-    switch (recipe(chopModel).cut) {
+    switch (steps.cut) {
     case Cut::even: return evenRanges(totalFrames, sliceCount);
     case Cut::transient:
         return withoutEmptyRanges(boundaryRanges(totalFrames, buildTransientBoundaries(wav, sliceCount)));
     case Cut::stochastic:
         return withoutEmptyRanges(
-            boundaryRanges(totalFrames, buildStochasticBoundaries(totalFrames, sliceCount, rng, chopModel)));
+            boundaryRanges(totalFrames, buildStochasticBoundaries(totalFrames, sliceCount, rng, steps.weighting)));
     }
     return {};
 }
 
 std::vector<Slice> createSlices(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
                                 SeededGenerator& rng) {
-    return copyRanges(wav.pcmData, wav.blockAlign, sliceRanges(wav, sliceCount, chopModel, rng));
+    return copyRanges(wav.pcmData, wav.blockAlign, sliceRanges(wav, sliceCount, recipe(chopModel), rng));
 }
 
 std::vector<Slice> splitSlices(std::span<const std::uint8_t> data, std::int64_t blockAlign, std::int64_t sliceCount) {
@@ -102,13 +102,18 @@ std::vector<Slice> splitSlicesByBoundaries(std::span<const std::uint8_t> data, s
 
 Boundaries buildStochasticBoundaries(FrameCount totalFrames, std::int64_t sliceCount, SeededGenerator& rng,
                                      ChopModel model) {
+    return buildStochasticBoundaries(totalFrames, sliceCount, rng, recipe(model).weighting);
+}
+
+Boundaries buildStochasticBoundaries(FrameCount totalFrames, std::int64_t sliceCount, SeededGenerator& rng,
+                                     Weighting weighting) {
     if (totalFrames < 1 || sliceCount < 1)
         return {0, std::max<FrameCount>(totalFrames, 1)};
 
     std::vector<double> weights;
     weights.reserve(static_cast<std::size_t>(sliceCount));
     for (std::int64_t i = 0; i < sliceCount; ++i)
-        weights.push_back(std::max(drawWeight(model, rng), 0.05));
+        weights.push_back(std::max(drawWeight(weighting, rng), 0.05));
     double total = 0;
     for (const double w : weights)
         total += w;

@@ -2,6 +2,7 @@
 
 #include "audio/WavData.hpp"
 #include "chop/ChopModel.hpp"
+#include "chop/ChopRecipe.hpp"
 #include "chop/SeededGenerator.hpp"
 
 #include <cstdint>
@@ -31,7 +32,7 @@ struct FrameRange {
 
 /// Where `createSlices` cuts, without copying a byte: the same ranges, in the
 /// same order, from the same draws. Throws what `splitSlices` throws.
-std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, ChopModel chopModel,
+std::vector<FrameRange> sliceRanges(const audio::WavData& wav, std::int64_t sliceCount, const ChopRecipe& steps,
                                     SeededGenerator& rng);
 
 /// Cuts one source by `chopModel`: an even split for Grid, Glitch, Pivot,
@@ -56,10 +57,12 @@ std::vector<Slice> splitSlicesByBoundaries(std::span<const std::uint8_t> data, s
                                            const Boundaries& boundaries);
 
 /// sliceCount + 1 boundaries from 0 to totalFrames with randomly weighted
-/// gaps (Dice weights for ChopModel::dice, exponential Swarm weights for
-/// every other model). Strictly increasing when totalFrames >= sliceCount.
+/// gaps, weighted as the model's recipe says. Strictly increasing when totalFrames >= sliceCount.
 /// Draws two weights' worth per slice; draws nothing for an empty source.
 Boundaries buildStochasticBoundaries(FrameCount totalFrames, std::int64_t sliceCount, SeededGenerator& rng,
                                      ChopModel model);
+/// The same with the weighting itself.
+Boundaries buildStochasticBoundaries(FrameCount totalFrames, std::int64_t sliceCount, SeededGenerator& rng,
+                                     Weighting weighting);
 
 } // namespace marquetry::chop

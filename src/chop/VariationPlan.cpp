@@ -70,7 +70,7 @@ void forEachIndex(std::size_t count, unsigned threads, const std::function<void(
 
 void appendToPool(std::vector<PoolSlice>& pool, std::int64_t sourceIndex, const audio::WavData& source,
                   const PlanSettings& settings, SeededGenerator& rng) {
-    for (const FrameRange& range : sliceRanges(source, settings.sliceCount, settings.chopModel, rng))
+    for (const FrameRange& range : sliceRanges(source, settings.sliceCount, recipe(settings.chopModel), rng))
         pool.push_back({sourceIndex, range.start, range.frames});
 }
 
@@ -79,7 +79,7 @@ std::vector<VariationPlan> planVariations(std::span<const PoolSlice> pool, std::
     if (pool.empty())
         throw audio::AppError::io("Could not create slices from selected source audio.");
     const audio::WavData& format = sources.front();
-    const bool glitch = recipe(settings.chopModel).glitchEffects;
+    const ChopRecipe steps = recipe(settings.chopModel);
     const auto poolSize = static_cast<std::int64_t>(pool.size());
 
     std::vector<VariationPlan> variations;
@@ -87,11 +87,11 @@ std::vector<VariationPlan> planVariations(std::span<const PoolSlice> pool, std::
     for (std::int64_t k = 0; k < settings.variationCount; ++k) {
         VariationPlan variation;
         variation.placements.reserve(pool.size());
-        for (const std::int64_t index : generatePattern(settings.chopModel, poolSize, rng)) {
+        for (const std::int64_t index : generatePattern(steps, poolSize, rng)) {
             const PoolSlice& slice = pool[static_cast<std::size_t>(index)];
             Placement placement{.slice = index, .byteOffset = variation.byteCount, .byteCount = 0, .treatment = {}};
             const std::size_t bytes = sliceBytes(slice, sources).size();
-            if (glitch) {
+            if (steps.glitchEffects) {
                 placement.treatment = drawGlitchTreatment(bytes, format, settings.glitchAmount, rng);
                 placement.byteCount = static_cast<std::int64_t>(treatedSize(bytes, placement.treatment, format));
             } else {
