@@ -7,6 +7,7 @@
 
 #include "audio/WavReader.hpp"
 #include "audio/WavWriter.hpp"
+#include "cli/Cli.hpp"
 #include "chop/TempoEstimate.hpp"
 #include "chop/TransientDetection.hpp"
 #include "model/AppModel.hpp"
@@ -30,6 +31,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <sstream>
 
 #include <unistd.h>
 
@@ -82,8 +84,11 @@ struct Platform {
 };
 
 struct ScratchFolder {
-    fs::path path = fs::temp_directory_path() / ("marquetry-bench-" + std::to_string(::getpid()));
-    ScratchFolder() { fs::create_directories(path); }
+    fs::path path;
+    explicit ScratchFolder(const std::string& name = "bench")
+        : path(fs::temp_directory_path() / ("marquetry-" + name + "-" + std::to_string(::getpid()))) {
+        fs::create_directories(path);
+    }
     ~ScratchFolder() { fs::remove_all(path); }
 };
 
@@ -126,6 +131,31 @@ void generationBesideFacts(benchmark::State& state, bool whenIdle, const audio::
     generation(state, 0);
     stop.store(true);
     facts.join();
+}
+
+// The command line's whole generate of ten variations, in this process,
+// against its own parts: the run and plain writes of the same files.
+void cliGenerate(benchmark::State& state, const std::string& folder) {
+    const std::vector<std::string> arguments{"generate", "--source", loopPath, "--variations", "10", "--seed", "1",
+                                             "--output", folder};
+    for (auto _ : state) {
+        std::ostringstream out, err;
+        if (cli::runCli(arguments, out, err) != 0) {
+            state.SkipWithError(err.str().c_str());
+            break;
+        }
+    }
+}
+
+void runThenPlainWrites(benchmark::State& state, const std::string& folder) {
+    model::RunSettings settings;
+    settings.selectedPath = loopPath;
+    settings.seedText = "1";
+    for (auto _ : state) {
+        const model::GenerationResult result = model::runGeneration(settings, unixSeconds, counterUuid);
+        for (const model::GeneratedLoop& loop : result.loops)
+            model::writeFileAtomically(folder + "/" + loop.name, audio::buildWavFileData(result.reference, loop.pcmData));
+    }
 }
 
 // Every draw of the same run and no byte: what rendering leaves to be paid.
@@ -358,6 +388,17 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("BM_ExportSelected/100files/16slices/tagsAndKit", [](benchmark::State& s) {
             auto& setup = ExportSetup::forKit();
             exportSelected(s, *setup.app, setup.exportFolder, true);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+
+        const ScratchFolder cliScratch("cli-bench");
+        const std::string cliFolder = (cliScratch.path / "cli").string();
+        const std::string plainFolder = (cliScratch.path / "plain").string();
+        fs::create_directories(plainFolder);
+        benchmark::RegisterBenchmark("BM_CliGenerate/10variations", [&](benchmark::State& s) {
+            cliGenerate(s, cliFolder);
+        })->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark("BM_RunGenerationThenPlainWrites/10variations", [&](benchmark::State& s) {
+            runThenPlainWrites(s, plainFolder);
         })->Unit(benchmark::kMillisecond)->UseRealTime();
 
         benchmark::RegisterBenchmark("BM_Scan/10000files", [](benchmark::State& s) {

@@ -15,6 +15,11 @@
 #include <mutex>
 #include <thread>
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
 namespace marquetry::chop {
 namespace {
 
@@ -23,6 +28,24 @@ std::span<const std::uint8_t> sliceBytes(const PoolSlice& slice, std::span<const
     return std::span(source.pcmData)
         .subspan(static_cast<std::size_t>(slice.start) * source.blockAlign,
                  static_cast<std::size_t>(slice.frames) * source.blockAlign);
+}
+
+// Maps the pages of `buffer`'s reserved storage before it is written, in
+// one call rather than one fault per page as the copy reaches each: a run
+// writes a few hundred megabytes into fresh memory, and on virtual machines
+// a page fault costs microseconds. Only a hint: where the system cannot,
+// the pages are mapped as they are written.
+void mapBeforeWriting(Bytes& buffer) {
+#if defined(__linux__) && defined(MADV_POPULATE_WRITE)
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const auto begin = reinterpret_cast<std::uintptr_t>(buffer.data());
+    const std::uintptr_t first = (begin + page - 1) / page * page;
+    const std::uintptr_t last = (begin + buffer.capacity()) / page * page;
+    if (last > first)
+        ::madvise(reinterpret_cast<void*>(first), last - first, MADV_POPULATE_WRITE);
+#else
+    (void)buffer;
+#endif
 }
 
 // Runs work(0) ... work(count - 1), each exactly once, on up to `threads`
@@ -115,10 +138,11 @@ RunPlan planRun(std::span<const audio::WavData> sources, const PlanSettings& set
 
 Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice> pool,
                       std::span<const audio::WavData> sources) {
-    // Reserved at the planned size, so the buffer is allocated once and each
-    // page is first touched by the copy that fills it.
+    // Reserved at the planned size, so the buffer is allocated and mapped
+    // once before the copies fill it.
     Bytes pcm;
     pcm.reserve(static_cast<std::size_t>(variation.byteCount));
+    mapBeforeWriting(pcm);
     for (const Placement& placement : variation.placements) {
         const auto bytes = sliceBytes(pool[static_cast<std::size_t>(placement.slice)], sources);
         if (placement.treatment == GlitchTreatment{}) {

@@ -76,7 +76,12 @@ std::uint64_t freeGroupNumber(const std::string& folder, const std::vector<std::
 // "" for the first of a group, "-2", "-3", ... after it: what goes before
 // each extension of a kit kept beside an earlier one.
 std::string groupSuffix(std::uint64_t n) {
-    return n > 1 ? "-" + std::to_string(n) : std::string();
+    // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict)
+    // about a literal + string temporary here.
+    std::string suffix;
+    if (n > 1)
+        suffix.append("-").append(std::to_string(n));
+    return suffix;
 }
 
 // Publishes `file` under its name, or under Keep both the first free
