@@ -102,8 +102,13 @@ class StopOnSignals {
 public:
     StopOnSignals() {
         stopSignal = 0;
-        for (std::size_t i = 0; i < std::size(signals); ++i)
+        for (std::size_t i = 0; i < std::size(signals); ++i) {
             previous[i] = std::signal(signals[i], [](int signal) { stopSignal = signal; });
+            // A signal the program was started to ignore (nohup, a job in
+            // the background) stays ignored.
+            if (previous[i] == SIG_IGN)
+                std::signal(signals[i], SIG_IGN);
+        }
     }
     ~StopOnSignals() {
         for (std::size_t i = 0; i < std::size(signals); ++i)
@@ -173,8 +178,10 @@ int generateAndExport(const GenerateOptions& options, std::map<std::string, mode
     }
     const std::string home = model::systemHomeFolder();
     int status = exitSuccess;
+    // Until this function returns: the report of a stopped export is printed
+    // before the signal ends the program.
+    const StopOnSignals stopOnSignals;
     try {
-        const StopOnSignals stopOnSignals;
         const model::ExportResult exported = model::exportRun({
             .run = &result.run,
             .loops = result.loops,
