@@ -352,30 +352,49 @@ std::string freeNumberFor(const std::string& folder, const std::vector<std::stri
     }
 }
 
-void removeStaleTemporaries(const std::string& folder) {
-    using namespace std::chrono;
+namespace {
+
+// Each regular file of `folder` (not following links) with how long it has
+// not changed; nothing for a folder that cannot be listed.
+template <typename Visit>
+void forEachFileWithAge(const std::string& folder, Visit visit) {
     std::vector<std::string> names;
     try {
         names = listFolder(folder);
     } catch (const std::system_error&) {
         return; // whoever writes into the folder reports why it cannot be read
     }
-    const auto now = system_clock::now();
+    const auto now = std::chrono::system_clock::now();
     for (const std::string& name : names) {
-        const auto writer = temporaryWriter(name);
-        if (!writer)
-            continue;
-        const std::string path = folder + "/" + name;
+        const std::string path = joinPath(folder, name);
         struct stat info {};
         if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
             continue;
-        const auto unchangedFor = now - system_clock::from_time_t(info.st_mtime);
+        visit(name, path, now - std::chrono::system_clock::from_time_t(info.st_mtime));
+    }
+}
+
+} // namespace
+
+void removeOldFiles(const std::string& folder, std::chrono::seconds age) {
+    forEachFileWithAge(folder, [age](const std::string&, const std::string& path, auto unchangedFor) {
+        if (unchangedFor > age)
+            ::unlink(path.c_str());
+    });
+}
+
+void removeStaleTemporaries(const std::string& folder) {
+    using namespace std::chrono;
+    forEachFileWithAge(folder, [](const std::string& name, const std::string& path, auto unchangedFor) {
+        const auto writer = temporaryWriter(name);
+        if (!writer)
+            return;
         // A writer on another machine sharing the folder is "gone" here too,
         // but still writes, which keeps its file's time fresh.
         const bool writerGone = ::kill(*writer, 0) != 0 && errno == ESRCH;
         if ((writerGone && unchangedFor > minutes(1)) || unchangedFor > hours(24))
             ::unlink(path.c_str());
-    }
+    });
 }
 
 } // namespace marquetry::model

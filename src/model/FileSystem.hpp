@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -99,6 +100,10 @@ bool sameFile(const std::string& a, const std::string& b);
 /// The names `name` takes under Keep both: the name itself for 1, then
 /// NAME-2.EXT, NAME-3.EXT, ... (the extension from the last dot).
 std::string numberedName(const std::string& name, std::uint64_t n);
+
+/// Removes the files in `folder` that have not changed for `age`; anything
+/// else, and a folder that cannot be listed, is left alone.
+void removeOldFiles(const std::string& folder, std::chrono::seconds age);
 
 /// Removes the temporaries that `writeFileAtomically` left in `folder` when
 /// its process was killed: only files of its own name pattern whose writer is

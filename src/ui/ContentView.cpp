@@ -46,20 +46,6 @@ constexpr int pathFieldWidth = 620;
 // attack of a hit, long enough to take the click out of a join.
 constexpr int defaultJoinFadeMs = 5;
 
-// A drop target may still be reading a file dragged a moment ago, perhaps
-// from another window: only older ones go.
-void removeOldDragFiles(const std::string& folder) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const auto cutoff = fs::file_time_type::clock::now() - std::chrono::minutes(1);
-    for (fs::directory_iterator entry(model::pathFromText(folder), error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::error_code ignored;
-        if (entry->is_regular_file(ignored) && entry->last_write_time(ignored) < cutoff)
-            fs::remove(entry->path(), ignored);
-    }
-}
-
 } // namespace
 
 QString ContentView::dragFolder() {
@@ -85,7 +71,9 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
     : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
       model_(std::make_unique<model::AppModel>(std::move(platform), std::move(initialSelection))) {
     setMinimumSize(1040, 700);
-    removeOldDragFiles(dragFolder().toStdString());
+    // A drop target may still be reading a file dragged a moment ago,
+    // perhaps from another window: only older ones go.
+    model::removeOldFiles(dragFolder().toStdString(), std::chrono::minutes(1));
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(16, 16, 16, 16);
     layout_->setSpacing(12);
