@@ -273,6 +273,11 @@ bool nameTaken(const std::string& path) {
 
 } // namespace
 
+std::string numberedName(const std::string& name, std::uint64_t n) {
+    const auto [stem, extension] = stemAndExtension(name);
+    return numberedName(stem, extension, n);
+}
+
 std::string writeUnderFreeName(const std::string& folder, const std::string& stem, const std::string& extension,
                                std::span<const std::uint8_t> bytes) {
     for (std::uint64_t n = 1;; ++n) {
