@@ -137,6 +137,14 @@ void AppModel::setStatus(std::string text) {
     write(status_, std::move(text), Field::status);
 }
 
+void AppModel::setWarning(std::string text) {
+    write(warning_, std::move(text), Field::warning);
+}
+
+void AppModel::dismissWarning() {
+    setWarning({});
+}
+
 std::string AppModel::expanded(const std::string& path) const {
     return expandTilde(path, platform_.homeFolder);
 }
@@ -226,6 +234,13 @@ void AppModel::dropFacts() {
 void AppModel::notifyFacts(Field which, std::vector<std::string> paths) {
     factsChangedPaths_ = std::move(paths);
     notify(which);
+    if (which != Field::sourceFacts)
+        return;
+    // Ticked before the reader had a say: a refused file would only fail the run.
+    std::set<std::string> pool = mashupSourcePaths_;
+    std::erase_if(pool, [this](const std::string& path) { return factsFor(path).refusal.has_value(); });
+    if (pool.size() != mashupSourcePaths_.size())
+        write(mashupSourcePaths_, std::move(pool), Field::mashupSourcePaths);
 }
 
 void AppModel::startFactsPass() {
@@ -385,7 +400,9 @@ void AppModel::saveOutputAsDefault() {
 }
 
 void AppModel::showOutputInFinder() {
-    platform_.fileBrowser.openFolder(expanded(outputDir_));
+    const std::string folder = expanded(outputDir_);
+    if (!platform_.fileBrowser.openFolder(folder))
+        setStatus("Could not start a file manager to show " + folder + ".");
 }
 
 // Source discovery and selection --------------------------------------------
@@ -485,6 +502,8 @@ void AppModel::clearGeneratedLoops() {
 }
 
 void AppModel::toggleMashupMembership(const std::string& file, bool include) {
+    if (include && factsFor(file).refusal)
+        return;
     std::set<std::string> paths = mashupSourcePaths_;
     if (include)
         paths.insert(file);
@@ -556,7 +575,32 @@ void AppModel::bringBack(std::optional<std::size_t> historyIndex) {
     const std::string& selected = entry.request.selectedPath;
     if (selectedFile_ != selected && std::find(wavFiles_.begin(), wavFiles_.end(), selected) != wavFiles_.end())
         setSelectedFile(selected);
+    showSettingsOf(entry.request);
     launch(entry.replayRequest(), historyIndex);
+}
+
+void AppModel::showSettingsOf(const GenerationRequest& request) {
+    setChopModel(request.chopModel);
+    setSlices(request.sliceCount);
+    setVersions(request.versions);
+    setSeedText(request.seedText);
+    setGlitchAmount(request.glitchAmount);
+    setMashupMode(request.mashupMode);
+    std::set<std::string> pool;
+    for (const std::string& path : request.checkedPaths)
+        if (std::find(wavFiles_.begin(), wavFiles_.end(), path) != wavFiles_.end())
+            pool.insert(path);
+    write(mashupSourcePaths_, std::move(pool), Field::mashupSourcePaths);
+    // The remembered sound options follow too: what the window shows is
+    // what the next Generate uses.
+    if (joinFadeMs_ != request.joinFadeMs)
+        setJoinFadeMs(request.joinFadeMs);
+    if (fit_ != request.fit)
+        setFit(request.fit);
+    if (matchFormats_ != request.matchFormats)
+        setMatchFormats(request.matchFormats);
+    if (matchTempo_ != request.matchTempo)
+        setMatchTempo(request.matchTempo);
 }
 
 void AppModel::startGeneration(GenerationRequest request, std::optional<std::size_t> historyIndex) {
@@ -565,8 +609,10 @@ void AppModel::startGeneration(GenerationRequest request, std::optional<std::siz
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
         // Exactly one hand-back, whatever happens; only it touches the model.
         std::function<void()> back;
+        std::string failedSource;
         try {
-            auto result = std::make_shared<GenerationResult>(runGeneration(request, unixSeconds, randomUuid));
+            auto result = std::make_shared<GenerationResult>(
+                runGeneration(request, unixSeconds, randomUuid, 0, &failedSource));
             const std::string summary = "Generated " + std::to_string(result->loops.size()) + " preview loop(s) "
                                         + (request.mashupMode ? "from " + std::to_string(result->run.sources.size())
                                                                     + " source files"
@@ -577,9 +623,15 @@ void AppModel::startGeneration(GenerationRequest request, std::optional<std::siz
                     model->handBack(std::move(*result), summary, historyIndex);
             };
         } catch (const std::exception& error) {
-            back = [model, alive, message = "Error: " + describe(error)] {
+            // The status keeps its fixed words; which loop of a mashup failed
+            // is worth a warning, since the reader's message does not say.
+            std::string warning;
+            if (request.mashupMode && !request.checkedPaths.empty() && !failedSource.empty())
+                warning = "The mashup stopped at " + fileName(failedSource) + ": " + describe(error)
+                          + " Untick it in the source list to go on without it.";
+            back = [model, alive, message = "Error: " + describe(error), warning = std::move(warning)] {
                 if (alive.lock())
-                    model->handBackError(message);
+                    model->handBackError(message, warning);
             };
         }
         tasks.runOnMain(std::move(back));
@@ -607,13 +659,17 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     }
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
+    if (const std::optional<std::string> mismatch = formatMismatchWarning(*lastRun_))
+        setWarning(*mismatch + " Tick Match formats to convert them.");
     write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
     write(generatedLoops_, std::move(result.loops), Field::generatedLoops);
     setStatus(std::move(summary));
     write(isGenerating_, false, Field::isGenerating);
 }
 
-void AppModel::handBackError(std::string message) {
+void AppModel::handBackError(std::string message, std::string warning) {
+    if (!warning.empty())
+        setWarning(std::move(warning));
     setStatus(std::move(message));
     write(isGenerating_, false, Field::isGenerating);
 }
@@ -748,11 +804,13 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
     }
     std::string done = "Exported " + std::to_string(selected.size()) + " loop(s) to " + outputDir_;
     if (tempoMissing) {
-        done += tempo ? "; the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
-                      : "; the loop's tempo is unknown";
-        done += !kitPath ? ", so no tags were written."
-                : exportTags_ ? ", so no tags and no slice kit were written."
-                              : ", so no slice kit was written.";
+        const std::string why = (tempo ? "the tempo " + chop::tempoText(*tempo) + " is outside 20 to 999 BPM"
+                                       : std::string("the loop's tempo is unknown"))
+                                + (!kitPath       ? ", so no tags were written."
+                                   : exportTags_ ? ", so no tags and no slice kit were written."
+                                                 : ", so no slice kit was written.");
+        done += "; " + why;
+        setWarning("Exported, but " + why + " Type the loop's tempo beside its waveform and export again.");
     } else if (kitPath) {
         done += " and a slice kit to " + *kitPath;
     }
@@ -862,7 +920,16 @@ void AppModel::importFiles(const std::vector<std::string>& files) {
                 firstRefusal = describe(error);
         }
     }
-    if (!imported.empty()) {
+    if (!imported.empty() && !generatedLoops_.empty()) {
+        // Listed without a rescan, which would reload the selection and
+        // drop the variations.
+        std::vector<std::string> listed = wavFiles_;
+        listed.insert(listed.end(), imported.begin(), imported.end());
+        sortByFileNameIgnoringCase(listed);
+        write(wavFiles_, std::move(listed), Field::wavFiles);
+        if (factsWanted_)
+            startFactsPass();
+    } else if (!imported.empty()) {
         refreshFiles();
         selectFile(imported.front());
     }

@@ -77,7 +77,8 @@ bool RunRecord::seedFromClock() const {
 }
 
 GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid, unsigned threads) {
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads,
+                               std::string* failedSource) {
     GenerationResult result;
     result.run.request = request;
     result.run.seed = chop::resolveSeed(request.seedText, unixSeconds());
@@ -101,7 +102,7 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
     std::vector<audio::WavData> sources;
     sources.reserve(paths.size());
     double referenceBpm = 0;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths) try {
         audio::Bytes image = audio::readWholeFile(path);
         std::string sha256 = sha256Hex(image);
         audio::WavData wav = audio::parseWavInPlace(std::move(image));
@@ -116,6 +117,10 @@ GenerationResult runGeneration(const GenerationRequest& request, const std::func
         sources.push_back(std::move(wav));
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
+    } catch (...) {
+        if (failedSource != nullptr)
+            *failedSource = path;
+        throw;
     }
     // Refused before anything large is allocated: first the plan, then the
     // output it describes, both known exactly before either is made.

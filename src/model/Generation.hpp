@@ -68,9 +68,12 @@ struct GenerationResult {
 /// from one seeded generator, then renders them on up to `threads` threads
 /// (0: one per core); equal requests and seeds give equal bytes whatever the
 /// thread count. Throws AppError or the reader's file errors; any failure
-/// abandons the whole run. Reads only its arguments: safe on a worker thread.
+/// abandons the whole run, and when reading, matching or slicing one source
+/// failed, its path is written to `failedSource` (if given) before the throw.
+/// Reads only its arguments: safe on a worker thread.
 GenerationResult runGeneration(const GenerationRequest& request, const std::function<std::int64_t()>& unixSeconds,
-                               const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0);
+                               const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0,
+                               std::string* failedSource = nullptr);
 
 /// For a mashup run whose loops were pooled as raw bytes although some differ
 /// in format from the reference: a sentence naming the first such loop and

@@ -17,7 +17,6 @@
 #include <QDrag>
 #include <QFrame>
 #include <QGridLayout>
-#include <QGroupBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -26,6 +25,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -96,8 +96,10 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
     glitchRow_ = buildGlitchRow();
     glitchRow_->hide();
     layout_->addWidget(masterRow_ = buildMasterRow());
+    layout_->addWidget(buildSoundRow());
     layout_->addWidget(buildPanels(), 1);
     layout_->addWidget(buildSelectionRow());
+    layout_->addWidget(buildMessageBar());
     layout_->addWidget(buildOutputRow());
     buildCommands();
 
@@ -108,7 +110,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
           Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform, Field::generatedLoops,
           Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::exportManifest, Field::joinFadeMs,
           Field::fit, Field::matchFormats, Field::matchTempo, Field::tempo, Field::runHistory, Field::keepExisting,
-          Field::sourceFacts, Field::exportTags, Field::exportKit})
+          Field::sourceFacts, Field::exportTags, Field::exportKit, Field::warning})
         redraw(field);
     model_->readSourceFactsInBackground();
 }
@@ -324,38 +326,45 @@ QWidget* ContentView::buildMasterRow() {
     return rowWidget;
 }
 
-QWidget* ContentView::buildSoundGroup(QWidget* parent) {
-    auto* group = new QGroupBox(QStringLiteral("Sound"), parent);
+// One row under the faders, like them a row of the window's own, so the
+// panels give way before any of its controls does, whatever rows the chop
+// model adds above it.
+QWidget* ContentView::buildSoundRow() {
+    auto* group = new QWidget(this);
     group->setObjectName(QStringLiteral("soundGroup"));
-    auto* grid = new QGridLayout(group);
-    grid->setContentsMargins(8, 4, 8, 6);
-    grid->setVerticalSpacing(4);
+    auto* row = rowLayout(group, 10);
+    row->addWidget(new QLabel(QStringLiteral("Sound"), group));
     joinFadeBox_ = new QCheckBox(QStringLiteral("Smooth joins"), group);
     joinFadeBox_->setObjectName(QStringLiteral("joinFadeBox"));
     joinFadeBox_->setToolTip(QStringLiteral("Fade each slice in and out so joins and the loop seam do not click"));
-    grid->addWidget(joinFadeBox_, 0, 0);
+    // The length beside its checkbox, closer than the other options.
+    auto* joinFade = new QHBoxLayout;
+    joinFade->setSpacing(4);
+    joinFade->addWidget(joinFadeBox_);
+    row->addLayout(joinFade);
     joinFadeMsBox_ = new ClampingSpinBox(group);
     joinFadeMsBox_->setObjectName(QStringLiteral("joinFadeMsBox"));
     joinFadeMsBox_->setSuffix(QStringLiteral(" ms"));
     joinFadeMsBox_->setRange(1, static_cast<int>(chop::maxJoinFadeMs));
     joinFadeMsBox_->setValue(defaultJoinFadeMs);
-    grid->addWidget(joinFadeMsBox_, 0, 1);
+    joinFade->addWidget(joinFadeMsBox_);
     fitBox_ = new QComboBox(group);
     fitBox_->setObjectName(QStringLiteral("fitBox"));
     fitBox_->addItems({QStringLiteral("Length as cut"), QStringLiteral("Trim to loop"), QStringLiteral("Stretch to loop")});
     fitBox_->setToolTip(QStringLiteral("Bring every variation to the length of the selected loop, so it sits on the "
                                        "bar grid: cut or padded with silence, or time-stretched with its pitch kept"));
-    grid->addWidget(fitBox_, 1, 0, 1, 2);
+    row->addWidget(fitBox_);
     matchFormatsBox_ = new QCheckBox(QStringLiteral("Match formats"), group);
     matchFormatsBox_->setObjectName(QStringLiteral("matchFormatsBox"));
     matchFormatsBox_->setToolTip(QStringLiteral("Mashup Mode: convert the checked loops to the selected loop's "
                                                 "channels, bit depth and sample rate before slicing"));
-    grid->addWidget(matchFormatsBox_, 2, 0);
+    row->addWidget(matchFormatsBox_);
     matchTempoBox_ = new QCheckBox(QStringLiteral("Match tempo"), group);
     matchTempoBox_->setObjectName(QStringLiteral("matchTempoBox"));
     matchTempoBox_->setToolTip(QStringLiteral("Mashup Mode: stretch the checked loops to the selected loop's tempo "
                                               "before slicing, keeping their pitch"));
-    grid->addWidget(matchTempoBox_, 2, 1);
+    row->addWidget(matchTempoBox_);
+    row->addStretch(1);
 
     connect(joinFadeBox_, &QCheckBox::toggled, this,
             [this](bool on) { model_->setJoinFadeMs(on ? joinFadeMsBox_->value() : 0); });
@@ -372,19 +381,20 @@ QWidget* ContentView::buildSoundGroup(QWidget* parent) {
 }
 
 QWidget* ContentView::buildPanels() {
-    auto* panels = new QWidget(this);
+    // The source list starts 280 wide; its handle, as wide as the spacing it
+    // stands for, widens it for folders of long, similar names.
+    auto* panels = new QSplitter(Qt::Horizontal, this);
     panels->setObjectName(QStringLiteral("panels"));
-    auto* row = rowLayout(panels, 12);
-    row->setAlignment(Qt::AlignTop);
+    panels->setHandleWidth(12);
+    panels->setChildrenCollapsible(false);
 
     // Import... heads the list it fills rather than joining the source row,
-    // which already sets the window's minimum width; the column keeps the
-    // list's size. On top, since a window at its minimum size cuts off the
-    // bottom of the panels. Files dropped anywhere on the column are
-    // imported too.
+    // which already sets the window's minimum width. On top, since a window
+    // at its minimum size cuts off the bottom of the panels. Files dropped
+    // anywhere on the column are imported too.
     auto* sourcePanel = new QWidget(panels);
     sourcePanel->setObjectName(QStringLiteral("sourcePanel"));
-    sourcePanel->setFixedWidth(280);
+    sourcePanel->setMinimumWidth(200);
     sourcePanel->setMinimumHeight(420);
     auto* sourceColumn = new QVBoxLayout(sourcePanel);
     sourceColumn->setContentsMargins(0, 0, 0, 0);
@@ -398,10 +408,7 @@ QWidget* ContentView::buildPanels() {
     // The keys of eventFilter.
     sourceList_->installEventFilter(this);
     sourceColumn->addWidget(sourceList_, 1);
-    // The options that change the sound of a run, under the loops they
-    // apply to; the rows above keep the window's width.
-    sourceColumn->addWidget(buildSoundGroup(sourcePanel));
-    row->addWidget(sourcePanel);
+    panels->addWidget(sourcePanel);
 
     auto* right = new QWidget(panels);
     right->setObjectName(QStringLiteral("rightPanel"));
@@ -468,7 +475,10 @@ QWidget* ContentView::buildPanels() {
     loopList_->setOnDrag([this](const playback::Uuid& id) { dragOut(PlaybackTarget::generated(id)); });
     stack->addWidget(loopList_, 1);
 
-    row->addWidget(right, 1);
+    panels->addWidget(right);
+    panels->setStretchFactor(0, 0);
+    panels->setStretchFactor(1, 1);
+    panels->setSizes({280, std::max(right->minimumSizeHint().width(), 1040 - 2 * 16 - 280 - 12)});
 
     connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
     acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });
@@ -487,30 +497,36 @@ QWidget* ContentView::buildSelectionRow() {
     row->addWidget(selectAllButton_);
     row->addWidget(selectNoneButton_);
     row->addWidget(exportButton_);
-    manifestBox_ = new QCheckBox(QStringLiteral("Write manifest"), rowWidget);
+    // What Export Selected writes besides the loops, and what it does with
+    // a name taken.
+    auto* exportOptions = new QWidget(rowWidget);
+    exportOptions->setObjectName(QStringLiteral("exportOptions"));
+    auto* options = rowLayout(exportOptions);
+    row->addWidget(exportOptions);
+    manifestBox_ = new QCheckBox(QStringLiteral("Write manifest"), exportOptions);
     manifestBox_->setObjectName(QStringLiteral("manifestBox"));
     manifestBox_->setToolTip(
         QStringLiteral("Export also writes a JSON manifest of the run, from which the command line can replay it"));
-    row->addWidget(manifestBox_);
-    tagsBox_ = new QCheckBox(QStringLiteral("Tempo tags"), rowWidget);
+    options->addWidget(manifestBox_);
+    tagsBox_ = new QCheckBox(QStringLiteral("Tempo tags"), exportOptions);
     tagsBox_->setObjectName(QStringLiteral("tagsBox"));
     tagsBox_->setToolTip(QStringLiteral("Exported files also carry the loop's tempo, a loop over the whole file and "
                                         "a marker at every slice, for samplers and DAWs"));
-    row->addWidget(tagsBox_);
-    kitBox_ = new QCheckBox(QStringLiteral("Slice kit"), rowWidget);
+    options->addWidget(tagsBox_);
+    kitBox_ = new QCheckBox(QStringLiteral("Slice kit"), exportOptions);
     kitBox_->setObjectName(QStringLiteral("kitBox"));
     kitBox_->setToolTip(QStringLiteral("Export also writes the slices, an SFZ instrument and a MIDI file per loop "
                                        "that plays it, into the kit folder inside the Output Folder"));
-    row->addWidget(kitBox_);
-    auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), rowWidget);
-    row->addWidget(keepLabel);
-    keepExistingBox_ = new QComboBox(rowWidget);
+    options->addWidget(kitBox_);
+    auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), exportOptions);
+    options->addWidget(keepLabel);
+    keepExistingBox_ = new QComboBox(exportOptions);
     keepExistingBox_->setObjectName(QStringLiteral("keepExistingBox"));
     keepExistingBox_->addItems({QStringLiteral("Replace"), QStringLiteral("Keep both")});
     keepExistingBox_->setToolTip(QStringLiteral(
         "Keep both writes the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file"));
     keepLabel->setBuddy(keepExistingBox_);
-    row->addWidget(keepExistingBox_);
+    options->addWidget(keepExistingBox_);
     statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
     row->addWidget(statusLine_, 1);
@@ -524,6 +540,30 @@ QWidget* ContentView::buildSelectionRow() {
     connect(keepExistingBox_, &QComboBox::currentIndexChanged, this,
             [this](int index) { model_->setKeepExisting(index == 1); });
     return rowWidget;
+}
+
+// Under the status line, which has room for a glance only: the last warning,
+// whole, until the user dismisses it.
+QWidget* ContentView::buildMessageBar() {
+    messageBar_ = new QFrame(this);
+    messageBar_->setObjectName(QStringLiteral("messageBar"));
+    messageBar_->setFrameShape(QFrame::StyledPanel);
+    messageBar_->setStyleSheet(QStringLiteral("#messageBar { background: #fff4d6; border: 1px solid #e0b84c; "
+                                              "border-radius: 4px; } #messageBar QLabel { color: #5c4400; }"));
+    auto* row = rowLayout(messageBar_, 8);
+    row->setContentsMargins(8, 4, 4, 4);
+    warningLabel_ = new QLabel(messageBar_);
+    warningLabel_->setObjectName(QStringLiteral("warningLabel"));
+    warningLabel_->setWordWrap(true);
+    warningLabel_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    row->addWidget(warningLabel_, 1);
+    auto* dismiss = new QToolButton(messageBar_);
+    dismiss->setObjectName(QStringLiteral("dismissWarningButton"));
+    dismiss->setText(QStringLiteral("Dismiss"));
+    dismiss->setAutoRaise(true);
+    row->addWidget(dismiss, 0, Qt::AlignTop);
+    connect(dismiss, &QToolButton::clicked, this, [this] { model_->dismissWarning(); });
+    return messageBar_;
 }
 
 QWidget* ContentView::buildOutputRow() {
@@ -614,6 +654,21 @@ bool ContentView::eventFilter(QObject* watched, QEvent* event) {
         selectSource(selected == files.end() ? 0 : current == 0 ? 0 : current - 1);
         return true;
     case Qt::Key_Down: selectSource(selected == files.end() ? 0 : current + 1); return true;
+    case Qt::Key_Home: selectSource(0); return true;
+    case Qt::Key_End:
+        if (!files.empty())
+            selectSource(files.size() - 1);
+        return true;
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown: {
+        if (files.empty())
+            return true;
+        const auto page = static_cast<std::size_t>(sourceList_->rowsPerPage());
+        const std::size_t from = selected == files.end() ? 0 : current;
+        selectSource(key->key() == Qt::Key_PageUp ? from - std::min(from, page)
+                                                  : std::min(from + page, files.size() - 1));
+        return true;
+    }
     default: break;
     }
     const QString typed = key->text();
@@ -752,6 +807,10 @@ void ContentView::redraw(Field field) {
         kitBox_->setChecked(m.exportKit());
         break;
     }
+    case Field::warning:
+        warningLabel_->setText(QString::fromStdString(m.warning()));
+        messageBar_->setVisible(!m.warning().empty());
+        break;
     case Field::playingTarget: redrawPlayingTarget(); break;
     case Field::playbackProgress: redrawPlaybackProgress(); break;
     }

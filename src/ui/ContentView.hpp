@@ -13,6 +13,7 @@
 class QAction;
 class QCheckBox;
 class QComboBox;
+class QFrame;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -74,8 +75,10 @@ public:
 
 protected:
     /// The source list and the source waveform's keys: Up and Down select
-    /// the file above or below, a letter the first file beginning with it,
-    /// Space plays or stops the source. (Return in the list is its own.)
+    /// the file above or below, Home and End the first or last, Page Up and
+    /// Page Down the file a page of rows away, a letter the first file
+    /// beginning with it, Space plays or stops the source. (Return in the
+    /// list is its own.)
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -90,9 +93,10 @@ private:
     QWidget* buildGenerateRow();
     QWidget* buildGlitchRow();
     QWidget* buildMasterRow();
-    QWidget* buildSoundGroup(QWidget* parent);
+    QWidget* buildSoundRow();
     QWidget* buildPanels();
     QWidget* buildSelectionRow();
+    QWidget* buildMessageBar();
     QWidget* buildOutputRow();
 
     /// Brings the controls that show `field` up to date with the model.
@@ -158,6 +162,8 @@ private:
     QCheckBox* matchTempoBox_ = nullptr;
     QLabel* formatMismatchLabel_ = nullptr;
     QLabel* statusLine_ = nullptr;
+    QFrame* messageBar_ = nullptr;
+    QLabel* warningLabel_ = nullptr;
     QLineEdit* outputField_ = nullptr;
     Commands commands_;
 };

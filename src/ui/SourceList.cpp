@@ -304,7 +304,7 @@ public:
         painter->setFont(fonts.name);
         painter->setPen(palette.color(QPalette::WindowText));
         painter->drawText(nameText, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                          fonts.nameMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideMiddle,
+                          fonts.nameMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight,
                                                        nameText.width()));
 
         painter->setFont(fonts.caption);
@@ -403,6 +403,10 @@ void SourceList::showRow(std::size_t row) {
         bar->setValue(bar->value() + wanted.top());
 }
 
+int SourceList::rowsPerPage() const {
+    return std::max(1, viewport()->height() / std::max(1, rowHeight(*this, model_.mashupMode())));
+}
+
 QRect SourceList::partRect(int row, Part part) const {
     const QModelIndex index = rows_->index(row);
     if (!index.isValid())
@@ -460,8 +464,7 @@ void SourceList::keyPressEvent(QKeyEvent* event) {
         act({row, Part::pool});
         return;
     }
-    // Not the item view's keys, which move a current row that nothing
-    // shows: the page keys scroll, as in any scroll area.
+    // Not the item view's keys, which move a current row that nothing shows.
     QAbstractScrollArea::keyPressEvent(event);
 }
 

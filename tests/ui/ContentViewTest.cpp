@@ -21,6 +21,7 @@
 #include <QScrollBar>
 #include <QSlider>
 #include <QSpinBox>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QToolTip>
 #include <QtTest>
@@ -114,6 +115,37 @@ private slots:
         QCOMPARE(layoutIndex("glitchRow"), -1);
         QVERIFY(find("glitchRow")->isHidden());
         QCOMPARE(m.glitchAmount(), 0.3);
+    }
+
+    // At the smallest size, whatever rows the chop model adds, every sound
+    // and export option shows whole: the panels give way first.
+    void soundAndExportOptionsShowWholeAtTheSmallestSizeForEveryModel() {
+        model::AppModel& m = start();
+        view_->resize(1040, 700);
+        for (const chop::ChopModel chopModel : chop::allChopModels) {
+            m.setChopModel(chopModel);
+            view_->layout()->activate();
+            for (const char* group : {"soundGroup", "exportOptions"}) {
+                QList<QWidget*> controls = find(group)->findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
+                controls.removeIf([this](const QWidget* control) { return !control->isVisibleTo(view_.get()); });
+                QVERIFY(controls.size() >= 5);
+                for (QWidget* control : controls) {
+                    const QRect inView(control->mapTo(view_.get(), QPoint()), control->size());
+                    QVERIFY2(control->visibleRegion().boundingRect() == control->rect() && view_->rect().contains(inView),
+                             qPrintable(QStringLiteral("%1 of %2 with %3")
+                                            .arg(control->objectName(), group, chop::label(chopModel).data())));
+                }
+            }
+        }
+        // The source list widens from its handle, the rest giving way.
+        auto* panels = find<QSplitter>("panels");
+        const int before = sourceList()->width();
+        QCOMPARE(panels->sizes().at(0), 280);
+        QSplitterHandle* handle = panels->handle(1);
+        QTest::mousePress(handle, Qt::LeftButton, {}, handle->rect().center());
+        QTest::mouseMove(handle, handle->rect().center() + QPoint(120, 0));
+        QTest::mouseRelease(handle, Qt::LeftButton, {}, handle->rect().center() + QPoint(120, 0));
+        QCOMPARE(sourceList()->width(), before + 120);
     }
 
     void generateThenSelectionButtonsFollowTheTicks() {
@@ -272,6 +304,11 @@ private slots:
         auto* label = find<QLabel>("formatMismatchLabel");
         QCOMPARE(label->text(), QStringLiteral("Formats differ"));
         QVERIFY(label->toolTip().startsWith(QStringLiteral("c.wav is 8-bit stereo 44100 Hz but a.wav is 16-bit")));
+        // Told whole under the status line, until dismissed.
+        QVERIFY(find("messageBar")->isVisible());
+        QCOMPARE(find<QLabel>("warningLabel")->text(), label->toolTip());
+        click(find("dismissWarningButton"));
+        QVERIFY(find("messageBar")->isHidden() && m.warning().empty());
         click(find("matchFormatsBox"));
         click(find("generateButton"));
         platform_->tasks.drain();
@@ -419,6 +456,17 @@ private slots:
         // The dialog opens at home, then where the last files came from.
         QCOMPARE(platform_->importFoldersAsked,
                  (std::vector<std::string>{platform_->home(), platform_->home(), "/usr/share/sonic-pi/samples"}));
+
+        // With variations on screen, the new loop is only listed: nothing
+        // the user made is thrown away.
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        const std::vector<model::GeneratedLoop> made = m.generatedLoops();
+        platform_->importAnswer = {amenFlac.toStdString()};
+        click(import);
+        QCOMPARE(m.status(), "Imported 1 file(s).");
+        QVERIFY(m.generatedLoops() == made && loopRows().size() == static_cast<qsizetype>(made.size()));
+        QVERIFY(isSelected("loop_amen.wav") && sourceRow("loop_amen-2.wav") >= 0);
     }
 
     void onlyLocalFilesDroppedOnTheSourceListAreImported() {
@@ -494,6 +542,10 @@ private slots:
             QCOMPARE(pointAt(list->partRect(c, part).center()),
                      std::pair(QStringLiteral("Invalid WAV header."), Qt::PointingHandCursor));
         QVERIFY(find("emptySourceHint")->isHidden());
+        click(find("mashupModeBox"));
+        clickSource("c.wav", Part::pool);
+        QCOMPARE(sourceData("c.wav", Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
+        QVERIFY(m.mashupSourcePaths().empty());
 
         for (const char* name : {"a.wav", "b.wav", "c.wav"})
             QVERIFY(QFile::remove(QString::fromStdString(platform_->sourceFolder() + "/" + name)));
