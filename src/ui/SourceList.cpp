@@ -323,6 +323,9 @@ public:
             box.rect = at.pool;
             box.state &= ~QStyle::State_HasFocus;
             box.state |= index.data(Qt::CheckStateRole).toInt() == Qt::Checked ? QStyle::State_On : QStyle::State_Off;
+            // A loop the reader refuses cannot join the pool.
+            if (index.data(SourceList::refusedRole).toBool())
+                box.state &= ~QStyle::State_Enabled;
             if (hovered(Part::pool))
                 box.state |= QStyle::State_MouseOver;
             // Held down while the press that went down on it stays over it.
