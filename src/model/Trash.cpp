@@ -3,9 +3,11 @@
 #include "model/FileSystem.hpp"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
@@ -56,8 +58,8 @@ std::string escapedPath(const std::string& path) {
     std::string escaped;
     for (const char c : path) {
         const auto byte = static_cast<unsigned char>(c);
-        const bool alphanumeric = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
-        if (alphanumeric || std::string_view("/-_.!~*'()").find(c) != std::string_view::npos) {
+        const bool letter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+        if (letter || (byte >= '0' && byte <= '9') || std::string_view("/-_.!~*'()").find(c) != std::string_view::npos) {
             escaped += c;
         } else {
             escaped += '%';

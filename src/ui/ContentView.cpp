@@ -42,6 +42,11 @@ namespace {
 using playback::PlaybackTarget;
 
 constexpr int pathFieldWidth = 620;
+constexpr int minimumContentWidth = 1040;
+constexpr int minimumContentHeight = 700;
+constexpr int margin = 16;
+constexpr int panelSpacing = 12;
+constexpr int sourceListWidth = 280;
 // What Smooth joins offers when first ticked: short enough to keep the
 // attack of a hit, long enough to take the click out of a join.
 constexpr int defaultJoinFadeMs = 5;
@@ -84,10 +89,10 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
                          std::optional<std::string> initialSelection, QWidget* parent)
     : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
       model_(std::make_unique<model::AppModel>(std::move(platform), std::move(initialSelection))) {
-    setMinimumSize(1040, 700);
+    setMinimumSize(minimumContentWidth, minimumContentHeight);
     removeOldDragFiles(dragFolder().toStdString());
     layout_ = new QVBoxLayout(this);
-    layout_->setContentsMargins(16, 16, 16, 16);
+    layout_->setContentsMargins(margin, margin, margin, margin);
     layout_->setSpacing(12);
 
     layout_->addWidget(buildHeader());
@@ -381,11 +386,11 @@ QWidget* ContentView::buildSoundRow() {
 }
 
 QWidget* ContentView::buildPanels() {
-    // The source list starts 280 wide; its handle, as wide as the spacing it
-    // stands for, widens it for folders of long, similar names.
+    // The source list starts at its usual width; its handle, as wide as the
+    // spacing it stands for, widens it for folders of long, similar names.
     auto* panels = new QSplitter(Qt::Horizontal, this);
     panels->setObjectName(QStringLiteral("panels"));
-    panels->setHandleWidth(12);
+    panels->setHandleWidth(panelSpacing);
     panels->setChildrenCollapsible(false);
 
     // Import... heads the list it fills rather than joining the source row,
@@ -478,7 +483,10 @@ QWidget* ContentView::buildPanels() {
     panels->addWidget(right);
     panels->setStretchFactor(0, 0);
     panels->setStretchFactor(1, 1);
-    panels->setSizes({280, std::max(right->minimumSizeHint().width(), 1040 - 2 * 16 - 280 - 12)});
+    // The rest of the smallest window to the right; a wider one gives the
+    // right panel all it gains.
+    panels->setSizes({sourceListWidth, std::max(right->minimumSizeHint().width(),
+                                                minimumContentWidth - 2 * margin - sourceListWidth - panelSpacing)});
 
     connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
     acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });

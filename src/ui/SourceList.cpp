@@ -133,8 +133,9 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override {
         if (!index.isValid())
             return Qt::NoItemFlags;
-        return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren |
-               (model_.mashupMode() ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
+        const std::string& path = files_[static_cast<std::size_t>(index.row())];
+        const bool poolable = model_.mashupMode() && !model_.factsFor(path).refusal;
+        return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren | (poolable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
     }
 
     QVariant data(const QModelIndex& index, int role) const override {

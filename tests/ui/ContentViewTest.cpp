@@ -131,7 +131,8 @@ private slots:
                 QVERIFY(controls.size() >= 5);
                 for (QWidget* control : controls) {
                     const QRect inView(control->mapTo(view_.get(), QPoint()), control->size());
-                    QVERIFY2(control->visibleRegion().boundingRect() == control->rect() && view_->rect().contains(inView),
+                    const bool whole = control->visibleRegion().boundingRect() == control->rect();
+                    QVERIFY2(whole && view_->rect().contains(inView),
                              qPrintable(QStringLiteral("%1 of %2 with %3")
                                             .arg(control->objectName(), group, chop::label(chopModel).data())));
                 }
