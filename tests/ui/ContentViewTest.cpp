@@ -117,24 +117,43 @@ private slots:
         QCOMPARE(m.glitchAmount(), 0.3);
     }
 
-    // At the smallest size, whatever rows the chop model adds, every sound
-    // and export option shows whole: the panels give way first.
-    void soundAndExportOptionsShowWholeAtTheSmallestSizeForEveryModel() {
+    // At the smallest size, whatever rows the chop model adds and with a
+    // warning shown, every control outside the panels shows whole, the sound
+    // and export options above all: the panels give way first.
+    void everyControlShowsWholeAtTheSmallestSizeForEveryModel() {
         model::AppModel& m = start();
+        platform_->addLoop("c.wav", "amen_u8.wav");
+        m.refreshFiles();
+        m.setMashupMode(true);
+        for (const std::string& path : m.wavFiles())
+            m.toggleMashupMembership(path, true);
+        click(find("generateButton"));
+        platform_->tasks.drain();
         view_->resize(1040, 700);
+        const auto shownControls = [this](const QWidget* row) {
+            QList<QWidget*> controls = row->findChildren<QWidget*>();
+            controls.removeIf([this](const QWidget* control) {
+                return !control->isVisibleTo(view_.get()) || control->parentWidget()->inherits("QAbstractSpinBox")
+                       || control->parentWidget()->inherits("QComboBox");
+            });
+            return controls;
+        };
+        QVERIFY(shownControls(find("soundGroup")).size() >= 6 && shownControls(find("exportOptions")).size() >= 5);
+        QVERIFY(find("messageBar")->isVisible());
         for (const chop::ChopModel chopModel : chop::allChopModels) {
             m.setChopModel(chopModel);
             view_->layout()->activate();
-            for (const char* group : {"soundGroup", "exportOptions"}) {
-                QList<QWidget*> controls = find(group)->findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
-                controls.removeIf([this](const QWidget* control) { return !control->isVisibleTo(view_.get()); });
-                QVERIFY(controls.size() >= 5);
-                for (QWidget* control : controls) {
+            for (int item = 0; item < view_->layout()->count(); ++item) {
+                const QWidget* row = view_->layout()->itemAt(item)->widget();
+                if (row == nullptr || row->objectName() == "panels")
+                    continue;
+                for (QWidget* control : shownControls(row)) {
                     const QRect inView(control->mapTo(view_.get(), QPoint()), control->size());
                     const bool whole = control->visibleRegion().boundingRect() == control->rect();
                     QVERIFY2(whole && view_->rect().contains(inView),
-                             qPrintable(QStringLiteral("%1 of %2 with %3")
-                                            .arg(control->objectName(), group, chop::label(chopModel).data())));
+                             qPrintable(QStringLiteral("%1 %2 in %3 with %4")
+                                            .arg(control->metaObject()->className(), control->objectName(),
+                                                 row->objectName(), chop::label(chopModel).data())));
                 }
             }
         }
