@@ -59,7 +59,8 @@ std::string escapedPath(const std::string& path) {
     for (const char c : path) {
         const auto byte = static_cast<unsigned char>(c);
         const bool letter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
-        if (letter || (byte >= '0' && byte <= '9') || std::string_view("/-_.!~*'()").find(c) != std::string_view::npos) {
+        const bool kept = std::string_view("/-_.!~*'()").find(c) != std::string_view::npos;
+        if (letter || (byte >= '0' && byte <= '9') || kept) {
             escaped += c;
         } else {
             escaped += '%';
