@@ -46,7 +46,7 @@ constexpr int minimumContentWidth = 1040;
 constexpr int minimumContentHeight = 700;
 constexpr int margin = 16;
 constexpr int panelSpacing = 12;
-constexpr int sourceListWidth = 280;
+constexpr int defaultSourceListWidth = 280;
 // What Smooth joins offers when first ticked: short enough to keep the
 // attack of a hit, long enough to take the click out of a join.
 constexpr int defaultJoinFadeMs = 5;
@@ -66,6 +66,17 @@ void removeOldDragFiles(const std::string& folder) {
 }
 
 } // namespace
+
+int ContentView::sourceListWidth() const {
+    return panels_->sizes().at(0);
+}
+
+void ContentView::setSourceListWidth(int width) {
+    // The rest of the window to the right, which gets all a wider window
+    // gains; the splitter keeps both within their minimum widths.
+    const int total = std::max(panels_->width(), minimumContentWidth - 2 * margin - panelSpacing);
+    panels_->setSizes({width, std::max(total - width, panels_->widget(1)->minimumSizeHint().width())});
+}
 
 QString ContentView::dragFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/drag");
@@ -388,7 +399,7 @@ QWidget* ContentView::buildSoundRow() {
 QWidget* ContentView::buildPanels() {
     // The source list starts at its usual width; its handle, as wide as the
     // spacing it stands for, widens it for folders of long, similar names.
-    auto* panels = new QSplitter(Qt::Horizontal, this);
+    auto* panels = panels_ = new QSplitter(Qt::Horizontal, this);
     panels->setObjectName(QStringLiteral("panels"));
     panels->setHandleWidth(panelSpacing);
     panels->setChildrenCollapsible(false);
@@ -483,10 +494,7 @@ QWidget* ContentView::buildPanels() {
     panels->addWidget(right);
     panels->setStretchFactor(0, 0);
     panels->setStretchFactor(1, 1);
-    // The rest of the smallest window to the right; a wider one gives the
-    // right panel all it gains.
-    panels->setSizes({sourceListWidth, std::max(right->minimumSizeHint().width(),
-                                                minimumContentWidth - 2 * margin - sourceListWidth - panelSpacing)});
+    setSourceListWidth(defaultSourceListWidth);
 
     connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
     acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });

@@ -19,6 +19,7 @@ class QLineEdit;
 class QPushButton;
 class QSlider;
 class QSpinBox;
+class QSplitter;
 class QToolButton;
 class QVBoxLayout;
 
@@ -68,6 +69,11 @@ public:
     /// waits for a drop.
     using DragRunner = std::function<void(QDrag&)>;
     void setDragRunner(DragRunner runner) { dragRunner_ = std::move(runner); }
+
+    /// The width of the source list, which its splitter handle changes; a
+    /// width set is kept within what the window leaves it.
+    int sourceListWidth() const;
+    void setSourceListWidth(int width);
 
     /// The folder drag files are written to, under the user's cache folder;
     /// files older than a minute are removed from it when a view is made.
@@ -165,6 +171,7 @@ private:
     QFrame* messageBar_ = nullptr;
     QLabel* warningLabel_ = nullptr;
     QLineEdit* outputField_ = nullptr;
+    QSplitter* panels_ = nullptr;
     Commands commands_;
 };
 

@@ -246,8 +246,13 @@ private slots:
         QVERIFY(room.contains(window_->geometry()));
         window_->show();
         window_->setGeometry(30, 70, 640, 480);
+        window_->content().setSourceListWidth(360);
         window_->close();
         QCOMPARE(platform_->settings.values.at(ui::MainWindow::geometryKey), "30,70,640,480");
+        // The source list as wide as it was left.
+        window_ = std::make_unique<ui::MainWindow>(platform_->platform(), platform_->audioFileChooser());
+        window_->show();
+        QCOMPARE(window_->content().sourceListWidth(), 360);
     }
 
     void fitOnScreenKeepsTheWholeWindowInTheFreeArea_data() {
