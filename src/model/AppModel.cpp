@@ -95,6 +95,14 @@ void AppModel::setStatus(std::string text) {
     write(status_, std::move(text), Field::status);
 }
 
+void AppModel::setWarning(std::string text) {
+    write(warning_, std::move(text), Field::warning);
+}
+
+void AppModel::dismissWarning() {
+    setWarning({});
+}
+
 std::string AppModel::expanded(const std::string& path) const {
     return expandTilde(path, platform_.homeFolder);
 }
@@ -152,6 +160,13 @@ void AppModel::dropFacts() {
 
 void AppModel::notifyFacts(Field which, std::vector<std::string> paths) {
     notify({which, std::move(paths), false});
+    if (which != Field::sourceFacts)
+        return;
+    // Ticked before the reader had a say: a refused file would only fail the run.
+    std::set<std::string> pool = mashupSourcePaths_;
+    std::erase_if(pool, [this](const std::string& path) { return factsFor(path).refusal.has_value(); });
+    if (pool.size() != mashupSourcePaths_.size())
+        write(mashupSourcePaths_, std::move(pool), Field::mashupSourcePaths);
 }
 
 void AppModel::startFactsPass() {
@@ -296,7 +311,9 @@ void AppModel::saveOutputAsDefault() {
 }
 
 void AppModel::showOutputInFinder() {
-    platform_.fileBrowser.openFolder(expanded(outputDir_));
+    const std::string folder = expanded(outputDir_);
+    if (!platform_.fileBrowser.openFolder(folder))
+        setStatus("Could not start a file manager to show " + folder + ".");
 }
 
 // Source discovery and selection --------------------------------------------
@@ -396,6 +413,8 @@ void AppModel::clearGeneratedLoops() {
 }
 
 void AppModel::toggleMashupMembership(const std::string& file, bool include) {
+    if (include && factsFor(file).refusal)
+        return;
     std::set<std::string> paths = mashupSourcePaths_;
     if (include)
         paths.insert(file);
@@ -458,7 +477,24 @@ void AppModel::bringBack(std::optional<std::size_t> historyIndex) {
     const std::string& selected = entry.settings.selectedPath;
     if (selectedFile_ != selected && std::find(wavFiles_.begin(), wavFiles_.end(), selected) != wavFiles_.end())
         setSelectedFile(selected);
+    showSettingsOf(entry.settings);
     launch(entry.replaySettings(), historyIndex);
+}
+
+void AppModel::showSettingsOf(const RunSettings& settings) {
+    // The export options stay the user's: they shape files, not the run.
+    changeSettings([&settings](RunSettings& shown) {
+        shown.seedText = settings.seedText;
+        shown.plan = settings.plan;
+        shown.matchFormats = settings.matchFormats;
+        shown.matchTempo = settings.matchTempo;
+    });
+    setMashupMode(settings.mashupMode);
+    std::set<std::string> pool;
+    for (const std::string& path : settings.checkedPaths)
+        if (std::find(wavFiles_.begin(), wavFiles_.end(), path) != wavFiles_.end())
+            pool.insert(path);
+    write(mashupSourcePaths_, std::move(pool), Field::mashupSourcePaths);
 }
 
 void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> historyIndex) {
@@ -467,17 +503,25 @@ void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> h
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
         // Exactly one hand-back, whatever happens; only it touches the model.
         std::function<void()> back;
+        std::string failedSource;
         try {
-            auto result = std::make_shared<GenerationResult>(runGeneration(request, unixSeconds, randomUuid));
+            auto result = std::make_shared<GenerationResult>(
+                runGeneration(request, unixSeconds, randomUuid, 0, {}, &failedSource));
             const std::string summary = runSummary(result->run, result->loops.size());
             back = [model, alive, result, summary, historyIndex] {
                 if (alive.lock())
                     model->handBack(std::move(*result), summary, historyIndex);
             };
         } catch (const std::exception& error) {
-            back = [model, alive, message = "Error: " + describe(error)] {
+            // The status keeps its fixed words; which loop of a mashup failed
+            // is worth a warning, since the reader's message does not say.
+            std::string warning;
+            if (request.mashupMode && !request.checkedPaths.empty() && !failedSource.empty())
+                warning = "The mashup stopped at " + fileName(failedSource) + ": " + describe(error)
+                          + " Untick it in the source list to go on without it.";
+            back = [model, alive, message = "Error: " + describe(error), warning = std::move(warning)] {
                 if (alive.lock())
-                    model->handBackError(message);
+                    model->handBackError(message, warning);
             };
         }
         tasks.runOnMain(std::move(back));
@@ -505,6 +549,8 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     }
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
+    if (const std::optional<std::string> mismatch = formatMismatchWarning(*lastRun_))
+        setWarning(*mismatch + " Tick Match formats to convert them.");
     write(sourceWavData_, std::optional(std::move(result.reference)), Field::sourceWavData);
     generatedLoops_ = std::move(result.loops);
     notify({Field::generatedLoops, {}, true});
@@ -512,7 +558,9 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     write(isGenerating_, false, Field::isGenerating);
 }
 
-void AppModel::handBackError(std::string message) {
+void AppModel::handBackError(std::string message, std::string warning) {
+    if (!warning.empty())
+        setWarning(std::move(warning));
     setStatus(std::move(message));
     write(isGenerating_, false, Field::isGenerating);
 }
@@ -588,6 +636,8 @@ AppModel::ExportOutcome AppModel::exportSelected() {
         });
         outcome = {true, std::move(result.files), std::move(result.manifest), std::move(result.kitFiles)};
         setStatus(std::move(result.status));
+        if (result.skipped)
+            setWarning("Exported, but " + *result.skipped + " Type the loop's tempo beside its waveform and export again.");
     } catch (const ExportRefusal& refusal) {
         setStatus(refusal.what());
     } catch (const std::exception& error) {
@@ -697,7 +747,16 @@ void AppModel::importFiles(const std::vector<std::string>& files) {
                 firstRefusal = describe(error);
         }
     }
-    if (!imported.empty()) {
+    if (!imported.empty() && !generatedLoops_.empty()) {
+        // Listed without a rescan, which would reload the selection and
+        // drop the variations.
+        std::vector<std::string> listed = wavFiles_;
+        listed.insert(listed.end(), imported.begin(), imported.end());
+        sortByFileNameIgnoringCase(listed);
+        write(wavFiles_, std::move(listed), Field::wavFiles);
+        if (factsWanted_)
+            startFactsPass();
+    } else if (!imported.empty()) {
         refreshFiles();
         selectFile(imported.front());
     }

@@ -36,7 +36,7 @@ public:
     enum class Field {
         sourceDir, outputDir, wavFiles, selectedFile, settings, mashupMode, mashupSourcePaths, masterVolume,
         status, isGenerating, sourceWaveform, sourceWavData, generatedLoops, playingTarget, playbackProgress,
-        lastRun, tempo, runHistory, sourceFacts,
+        lastRun, tempo, runHistory, sourceFacts, warning,
     };
 
     /// One change, as observers are told of it: the field written and what
@@ -125,6 +125,14 @@ public:
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
+    /// The last warning worth more than a glance at the status line (what
+    /// an export left out and why, loops pooled in the wrong format, the
+    /// file that made a mashup fail), kept until dismissed or replaced by
+    /// the next; empty when there is none. The status line still says what
+    /// it always said.
+    const std::string& warning() const { return warning_; }
+    /// Clears the warning. Main thread.
+    void dismissWarning();
 
     // Writes the window makes from its controls; none has a side effect
     // beyond the two noted.
@@ -152,7 +160,8 @@ public:
     void saveSourceAsDefault();
     /// The same for outputDir; status "Saved default output folder.".
     void saveOutputAsDefault();
-    /// Shows the expanded outputDir in the file browser; writes nothing.
+    /// Shows the expanded outputDir in the file browser; when no file
+    /// browser could be started, says so in status.
     void showOutputInFinder();
 
     // Source discovery and selection. All main thread; each load stops the
@@ -171,6 +180,7 @@ public:
     /// selection clears both and leaves status alone.
     void loadSelectedSourceWaveform();
     /// Checks (`include`) or unchecks a path for the mashup pool; no status.
+    /// A file the reader refuses (see factsFor) is never checked.
     void toggleMashupMembership(const std::string& file, bool include);
 
     // Generation and export.
@@ -186,7 +196,10 @@ public:
     /// its variations are generated again from its request and the seed it
     /// used, as generate() does, and get back the ticks they had. Refused,
     /// with only a status naming the file, when a source's bytes have
-    /// changed since; ignored while busy or with nowhere to go.
+    /// changed since; ignored while busy or with nowhere to go. The settings
+    /// (chop model, slices, variations, seed text, glitch amount, Mashup
+    /// Mode and pool, sound options) are set to the run's first, so the
+    /// controls show the run whose variations are on screen.
     void goBack();
     void goForward();
     /// Main thread. Writes every ticked variation into outputDir (expanded
@@ -250,7 +263,9 @@ public:
     const GeneratedLoop* findGeneratedLoop(const playback::Uuid& id) const;
     /// What Import... and dropping files on the source list do: converts
     /// each of `files` into the (expanded) source folder as a plain WAV (see
-    /// importAudioFile), rescans, and selects the first new file. Status
+    /// importAudioFile), rescans, and selects the first new file; while
+    /// variations are shown, the new files are only listed, and the
+    /// selection and the variations stay. Status
     /// "Imported N file(s)." or, when any was refused, "Import failed: " and
     /// the first reason (after "Imported N of M file(s); " when some made it).
     /// Decodes on the calling thread. Main thread only.
@@ -266,7 +281,10 @@ private:
     void handBack(GenerationResult result, std::string summary, std::optional<std::size_t> historyIndex);
     void bringBack(std::optional<std::size_t> historyIndex);
     void clearGeneratedLoops();
-    void handBackError(std::string message);
+    void handBackError(std::string message, std::string warning = {});
+    void setWarning(std::string text);
+    // Sets the controls to the settings `request` ran with.
+    void showSettingsOf(const RunSettings& settings);
     void startPreview(const playback::PlaybackTarget& target, const audio::Bytes& pcm, std::string playingMessage);
     std::string expanded(const std::string& path) const;
     // The tempo tags and kits are written at: the run's reference loop's.
@@ -315,6 +333,7 @@ private:
     // pass's, and setting it asks its worker to stop.
     std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
+    std::string warning_;
     RunHistory history_;
     playback::PreviewSession preview_;
 

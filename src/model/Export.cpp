@@ -285,11 +285,12 @@ ExportResult exportRun(const ExportJob& job) {
     result.status = "Exported " + std::to_string(chosen.size()) + " loop(s) to " + job.outputDir;
     const bool tempoMissing = (options.tags || kitAsked) && !tempoUsable;
     if (tempoMissing) {
-        result.status += job.tagTempo ? "; the tempo " + chop::tempoText(*job.tagTempo) + " is outside 20 to 999 BPM"
-                                      : "; the loop's tempo is unknown";
-        result.status += !kitAsked     ? ", so no tags were written."
-                         : options.tags ? ", so no tags and no slice kit were written."
-                                        : ", so no slice kit was written.";
+        result.skipped = (job.tagTempo ? "the tempo " + chop::tempoText(*job.tagTempo) + " is outside 20 to 999 BPM"
+                                       : std::string("the loop's tempo is unknown"))
+                         + (!kitAsked     ? ", so no tags were written."
+                            : options.tags ? ", so no tags and no slice kit were written."
+                                           : ", so no slice kit was written.");
+        result.status += "; " + *result.skipped;
     } else if (kit) {
         result.status += " and a slice kit to " + *job.kitDir;
     }

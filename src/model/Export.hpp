@@ -48,6 +48,7 @@ struct ExportResult {
     std::vector<std::string> kitFiles;   ///< the slice kit's files, if any
     std::optional<std::string> manifest; ///< the manifest, if one was written
     std::optional<double> tagTempoBpm;   ///< the tempo written into tags, if tags were written
+    std::optional<std::string> skipped;  ///< what was asked for but not written, and why, as a sentence
     std::string status;                  ///< the status line that reports it
 };
 

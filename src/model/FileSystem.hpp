@@ -64,6 +64,10 @@ std::string writeUnderFreeName(const std::string& folder, const std::string& ste
 /// The same with the extension taken from `name` (from its last dot).
 std::string writeUnderFreeName(const std::string& folder, const std::string& name, std::span<const std::uint8_t> bytes);
 
+/// The n-th name Keep both tries for `name` (n from 1): the name itself,
+/// then the name with "-2", "-3", ... before its extension.
+std::string numberedName(const std::string& name, std::uint64_t n);
+
 /// The number Keep both gives a group of files that belong together, such
 /// as a slice kit whose instrument names its slices: "" when none of
 /// `names` exists in `folder`, otherwise the first "-2", "-3", ... that,

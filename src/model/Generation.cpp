@@ -91,7 +91,7 @@ std::string runSummary(const RunRecord& run, std::size_t variations) {
 
 GenerationResult runGeneration(const RunSettings& request, const std::function<std::int64_t()>& unixSeconds,
                                const std::function<playback::Uuid()>& randomUuid, unsigned threads,
-                               std::map<std::string, ReadSource> alreadyRead) {
+                               std::map<std::string, ReadSource> alreadyRead, std::string* failedSource) {
     GenerationResult result;
     result.run.settings = request;
     result.run.seed = chop::resolveSeed(request.seedText, unixSeconds());
@@ -108,7 +108,7 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
     std::vector<audio::WavData> sources;
     sources.reserve(paths.size());
     double referenceBpm = 0;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths) try {
         const auto known = alreadyRead.find(path);
         ReadSource read = known != alreadyRead.end() ? std::move(known->second) : readSource(path);
         if (known != alreadyRead.end())
@@ -125,6 +125,10 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
         sources.push_back(std::move(wav));
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
+    } catch (...) {
+        if (failedSource != nullptr)
+            *failedSource = path;
+        throw;
     }
     // Refused before anything large is allocated: first the plan, then the
     // output it describes, both known exactly before either is made.

@@ -62,11 +62,14 @@ struct GenerationResult {
 /// on up to `threads` threads (0: one per core); equal settings and seeds
 /// give equal bytes whatever the thread count. Refuses a run whose plan or
 /// output would not fit in the memory available. Throws AppError or the
-/// reader's file errors; any failure abandons the whole run. Reads only its
-/// arguments: safe on a worker thread.
+/// reader's file errors; any failure abandons the whole run, and when
+/// reading, matching or slicing one source failed, its path is written to
+/// `failedSource` (if given) before the throw. Reads only its arguments:
+/// safe on a worker thread.
 GenerationResult runGeneration(const RunSettings& settings, const std::function<std::int64_t()>& unixSeconds,
                                const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0,
-                               std::map<std::string, ReadSource> alreadyRead = {});
+                               std::map<std::string, ReadSource> alreadyRead = {},
+                               std::string* failedSource = nullptr);
 
 /// The status line of a finished run: "Generated 10 preview loop(s) from 1
 /// source file using Grid chop model.".

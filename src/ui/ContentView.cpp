@@ -17,7 +17,6 @@
 #include <QDrag>
 #include <QFrame>
 #include <QGridLayout>
-#include <QGroupBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -26,6 +25,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -42,11 +42,27 @@ namespace {
 using playback::PlaybackTarget;
 
 constexpr int pathFieldWidth = 620;
+constexpr int minimumContentWidth = 1040;
+constexpr int minimumContentHeight = 700;
+constexpr int margin = 16;
+constexpr int panelSpacing = 12;
+constexpr int defaultSourceListWidth = 280;
 // What Smooth joins offers when first ticked: short enough to keep the
 // attack of a hit, long enough to take the click out of a join.
 constexpr int defaultJoinFadeMs = 5;
 
 } // namespace
+
+int ContentView::sourceListWidth() const {
+    return panels_->sizes().at(0);
+}
+
+void ContentView::setSourceListWidth(int width) {
+    // The rest of the window to the right, which gets all a wider window
+    // gains; the splitter keeps both within their minimum widths.
+    const int total = std::max(panels_->width(), minimumContentWidth - 2 * margin - panelSpacing);
+    panels_->setSizes({width, std::max(total - width, panels_->widget(1)->minimumSizeHint().width())});
+}
 
 QString ContentView::dragFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/drag");
@@ -70,12 +86,12 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
                          std::optional<std::string> initialSelection, QWidget* parent)
     : QWidget(parent), chooseAudioFiles_(std::move(chooseAudioFiles)), importFolder_(platform.homeFolder),
       model_(std::make_unique<model::AppModel>(std::move(platform), std::move(initialSelection))) {
-    setMinimumSize(1040, 700);
+    setMinimumSize(minimumContentWidth, minimumContentHeight);
     // A drop target may still be reading a file dragged a moment ago,
     // perhaps from another window: only older ones go.
     model::removeOldFiles(dragFolder().toStdString(), std::chrono::minutes(1));
     layout_ = new QVBoxLayout(this);
-    layout_->setContentsMargins(16, 16, 16, 16);
+    layout_->setContentsMargins(margin, margin, margin, margin);
     layout_->setSpacing(12);
 
     layout_->addWidget(buildHeader());
@@ -84,8 +100,10 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
     glitchRow_ = buildGlitchRow();
     glitchRow_->hide();
     layout_->addWidget(masterRow_ = buildMasterRow());
+    layout_->addWidget(buildSoundRow());
     layout_->addWidget(buildPanels(), 1);
     layout_->addWidget(buildSelectionRow());
+    layout_->addWidget(buildMessageBar());
     layout_->addWidget(buildOutputRow());
     buildCommands();
 
@@ -94,7 +112,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
          {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::settings, Field::mashupMode,
           Field::mashupSourcePaths, Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform,
           Field::generatedLoops, Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::tempo,
-          Field::runHistory, Field::sourceFacts})
+          Field::runHistory, Field::sourceFacts, Field::warning})
         redraw({field, {}, false});
     model_->readSourceFactsInBackground();
 }
@@ -316,38 +334,45 @@ QWidget* ContentView::buildMasterRow() {
     return rowWidget;
 }
 
-QWidget* ContentView::buildSoundGroup(QWidget* parent) {
-    auto* group = new QGroupBox(QStringLiteral("Sound"), parent);
+// One row under the faders, like them a row of the window's own, so the
+// panels give way before any of its controls does, whatever rows the chop
+// model adds above it.
+QWidget* ContentView::buildSoundRow() {
+    auto* group = new QWidget(this);
     group->setObjectName(QStringLiteral("soundGroup"));
-    auto* grid = new QGridLayout(group);
-    grid->setContentsMargins(8, 4, 8, 6);
-    grid->setVerticalSpacing(4);
+    auto* row = rowLayout(group, 10);
+    row->addWidget(new QLabel(QStringLiteral("Sound"), group));
     joinFadeBox_ = new QCheckBox(QStringLiteral("Smooth joins"), group);
     joinFadeBox_->setObjectName(QStringLiteral("joinFadeBox"));
     joinFadeBox_->setToolTip(QStringLiteral("Fade each slice in and out so joins and the loop seam do not click"));
-    grid->addWidget(joinFadeBox_, 0, 0);
+    // The length beside its checkbox, closer than the other options.
+    auto* joinFade = new QHBoxLayout;
+    joinFade->setSpacing(4);
+    joinFade->addWidget(joinFadeBox_);
+    row->addLayout(joinFade);
     joinFadeMsBox_ = new ClampingSpinBox(group);
     joinFadeMsBox_->setObjectName(QStringLiteral("joinFadeMsBox"));
     joinFadeMsBox_->setSuffix(QStringLiteral(" ms"));
     joinFadeMsBox_->setRange(1, static_cast<int>(chop::maxJoinFadeMs));
     joinFadeMsBox_->setValue(defaultJoinFadeMs);
-    grid->addWidget(joinFadeMsBox_, 0, 1);
+    joinFade->addWidget(joinFadeMsBox_);
     fitBox_ = new QComboBox(group);
     fitBox_->setObjectName(QStringLiteral("fitBox"));
     fitBox_->addItems({QStringLiteral("Length as cut"), QStringLiteral("Trim to loop"), QStringLiteral("Stretch to loop")});
     fitBox_->setToolTip(QStringLiteral("Bring every variation to the length of the selected loop, so it sits on the "
                                        "bar grid: cut or padded with silence, or time-stretched with its pitch kept"));
-    grid->addWidget(fitBox_, 1, 0, 1, 2);
+    row->addWidget(fitBox_);
     matchFormatsBox_ = new QCheckBox(QStringLiteral("Match formats"), group);
     matchFormatsBox_->setObjectName(QStringLiteral("matchFormatsBox"));
     matchFormatsBox_->setToolTip(QStringLiteral("Mashup Mode: convert the checked loops to the selected loop's "
                                                 "channels, bit depth and sample rate before slicing"));
-    grid->addWidget(matchFormatsBox_, 2, 0);
+    row->addWidget(matchFormatsBox_);
     matchTempoBox_ = new QCheckBox(QStringLiteral("Match tempo"), group);
     matchTempoBox_->setObjectName(QStringLiteral("matchTempoBox"));
     matchTempoBox_->setToolTip(QStringLiteral("Mashup Mode: stretch the checked loops to the selected loop's tempo "
                                               "before slicing, keeping their pitch"));
-    grid->addWidget(matchTempoBox_, 2, 1);
+    row->addWidget(matchTempoBox_);
+    row->addStretch(1);
 
     connect(joinFadeBox_, &QCheckBox::toggled, this, [this](bool on) {
         model_->changeSettings([ms = on ? joinFadeMsBox_->value() : 0](model::RunSettings& s) { s.plan.joinFadeMs = ms; });
@@ -367,19 +392,20 @@ QWidget* ContentView::buildSoundGroup(QWidget* parent) {
 }
 
 QWidget* ContentView::buildPanels() {
-    auto* panels = new QWidget(this);
+    // The source list starts at its usual width; its handle, as wide as the
+    // spacing it stands for, widens it for folders of long, similar names.
+    auto* panels = panels_ = new QSplitter(Qt::Horizontal, this);
     panels->setObjectName(QStringLiteral("panels"));
-    auto* row = rowLayout(panels, 12);
-    row->setAlignment(Qt::AlignTop);
+    panels->setHandleWidth(panelSpacing);
+    panels->setChildrenCollapsible(false);
 
     // Import... heads the list it fills rather than joining the source row,
-    // which already sets the window's minimum width; the column keeps the
-    // list's size. On top, since a window at its minimum size cuts off the
-    // bottom of the panels. Files dropped anywhere on the column are
-    // imported too.
+    // which already sets the window's minimum width. On top, since a window
+    // at its minimum size cuts off the bottom of the panels. Files dropped
+    // anywhere on the column are imported too.
     auto* sourcePanel = new QWidget(panels);
     sourcePanel->setObjectName(QStringLiteral("sourcePanel"));
-    sourcePanel->setFixedWidth(280);
+    sourcePanel->setMinimumWidth(200);
     sourcePanel->setMinimumHeight(420);
     auto* sourceColumn = new QVBoxLayout(sourcePanel);
     sourceColumn->setContentsMargins(0, 0, 0, 0);
@@ -393,10 +419,7 @@ QWidget* ContentView::buildPanels() {
     // The keys of eventFilter.
     sourceList_->installEventFilter(this);
     sourceColumn->addWidget(sourceList_, 1);
-    // The options that change the sound of a run, under the loops they
-    // apply to; the rows above keep the window's width.
-    sourceColumn->addWidget(buildSoundGroup(sourcePanel));
-    row->addWidget(sourcePanel);
+    panels->addWidget(sourcePanel);
 
     auto* right = new QWidget(panels);
     right->setObjectName(QStringLiteral("rightPanel"));
@@ -463,7 +486,10 @@ QWidget* ContentView::buildPanels() {
     loopList_->setOnDrag([this](const playback::Uuid& id) { dragOut(PlaybackTarget::generated(id)); });
     stack->addWidget(loopList_, 1);
 
-    row->addWidget(right, 1);
+    panels->addWidget(right);
+    panels->setStretchFactor(0, 0);
+    panels->setStretchFactor(1, 1);
+    setSourceListWidth(defaultSourceListWidth);
 
     connect(import, &QPushButton::clicked, this, [this] { importChosenFiles(); });
     acceptFileDrops(sourcePanel, [this](const std::vector<std::string>& files) { model_->importFiles(files); });
@@ -482,30 +508,36 @@ QWidget* ContentView::buildSelectionRow() {
     row->addWidget(selectAllButton_);
     row->addWidget(selectNoneButton_);
     row->addWidget(exportButton_);
-    manifestBox_ = new QCheckBox(QStringLiteral("Write manifest"), rowWidget);
+    // What Export Selected writes besides the loops, and what it does with
+    // a name taken.
+    auto* exportOptions = new QWidget(rowWidget);
+    exportOptions->setObjectName(QStringLiteral("exportOptions"));
+    auto* options = rowLayout(exportOptions);
+    row->addWidget(exportOptions);
+    manifestBox_ = new QCheckBox(QStringLiteral("Write manifest"), exportOptions);
     manifestBox_->setObjectName(QStringLiteral("manifestBox"));
     manifestBox_->setToolTip(
         QStringLiteral("Export also writes a JSON manifest of the run, from which the command line can replay it"));
-    row->addWidget(manifestBox_);
-    tagsBox_ = new QCheckBox(QStringLiteral("Tempo tags"), rowWidget);
+    options->addWidget(manifestBox_);
+    tagsBox_ = new QCheckBox(QStringLiteral("Tempo tags"), exportOptions);
     tagsBox_->setObjectName(QStringLiteral("tagsBox"));
     tagsBox_->setToolTip(QStringLiteral("Exported files also carry the loop's tempo, a loop over the whole file and "
                                         "a marker at every slice, for samplers and DAWs"));
-    row->addWidget(tagsBox_);
-    kitBox_ = new QCheckBox(QStringLiteral("Slice kit"), rowWidget);
+    options->addWidget(tagsBox_);
+    kitBox_ = new QCheckBox(QStringLiteral("Slice kit"), exportOptions);
     kitBox_->setObjectName(QStringLiteral("kitBox"));
     kitBox_->setToolTip(QStringLiteral("Export also writes the slices, an SFZ instrument and a MIDI file per loop "
                                        "that plays it, into the kit folder inside the Output Folder"));
-    row->addWidget(kitBox_);
-    auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), rowWidget);
-    row->addWidget(keepLabel);
-    keepExistingBox_ = new QComboBox(rowWidget);
+    options->addWidget(kitBox_);
+    auto* keepLabel = new QLabel(QStringLiteral("When a file exists"), exportOptions);
+    options->addWidget(keepLabel);
+    keepExistingBox_ = new QComboBox(exportOptions);
     keepExistingBox_->setObjectName(QStringLiteral("keepExistingBox"));
     keepExistingBox_->addItems({QStringLiteral("Replace"), QStringLiteral("Keep both")});
     keepExistingBox_->setToolTip(QStringLiteral(
         "Keep both writes the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file"));
     keepLabel->setBuddy(keepExistingBox_);
-    row->addWidget(keepExistingBox_);
+    options->addWidget(keepExistingBox_);
     statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
     row->addWidget(statusLine_, 1);
@@ -523,6 +555,30 @@ QWidget* ContentView::buildSelectionRow() {
         model_->changeSettings([index](model::RunSettings& s) { s.exportOptions.keepExisting = index == 1; });
     });
     return rowWidget;
+}
+
+// Under the status line, which has room for a glance only: the last warning,
+// whole, until the user dismisses it.
+QWidget* ContentView::buildMessageBar() {
+    messageBar_ = new QFrame(this);
+    messageBar_->setObjectName(QStringLiteral("messageBar"));
+    messageBar_->setFrameShape(QFrame::StyledPanel);
+    messageBar_->setStyleSheet(QStringLiteral("#messageBar { background: #fff4d6; border: 1px solid #e0b84c; "
+                                              "border-radius: 4px; } #messageBar QLabel { color: #5c4400; }"));
+    auto* row = rowLayout(messageBar_, 8);
+    row->setContentsMargins(8, 4, 4, 4);
+    warningLabel_ = new QLabel(messageBar_);
+    warningLabel_->setObjectName(QStringLiteral("warningLabel"));
+    warningLabel_->setWordWrap(true);
+    warningLabel_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    row->addWidget(warningLabel_, 1);
+    auto* dismiss = new QToolButton(messageBar_);
+    dismiss->setObjectName(QStringLiteral("dismissWarningButton"));
+    dismiss->setText(QStringLiteral("Dismiss"));
+    dismiss->setAutoRaise(true);
+    row->addWidget(dismiss, 0, Qt::AlignTop);
+    connect(dismiss, &QToolButton::clicked, this, [this] { model_->dismissWarning(); });
+    return messageBar_;
 }
 
 QWidget* ContentView::buildOutputRow() {
@@ -613,6 +669,21 @@ bool ContentView::eventFilter(QObject* watched, QEvent* event) {
         selectSource(selected == files.end() ? 0 : current == 0 ? 0 : current - 1);
         return true;
     case Qt::Key_Down: selectSource(selected == files.end() ? 0 : current + 1); return true;
+    case Qt::Key_Home: selectSource(0); return true;
+    case Qt::Key_End:
+        if (!files.empty())
+            selectSource(files.size() - 1);
+        return true;
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown: {
+        if (files.empty())
+            return true;
+        const auto page = static_cast<std::size_t>(sourceList_->rowsPerPage());
+        const std::size_t from = selected == files.end() ? 0 : current;
+        selectSource(key->key() == Qt::Key_PageUp ? from - std::min(from, page)
+                                                  : std::min(from + page, files.size() - 1));
+        return true;
+    }
     default: break;
     }
     const QString typed = key->text();
@@ -698,6 +769,10 @@ void ContentView::redraw(const model::AppModel::Change& change) {
         break;
     }
     case Field::runHistory: redrawHistory(); break;
+    case Field::warning:
+        warningLabel_->setText(QString::fromStdString(m.warning()));
+        messageBar_->setVisible(!m.warning().empty());
+        break;
     case Field::playingTarget: redrawPlayingTarget(); break;
     case Field::playbackProgress: redrawPlaybackProgress(); break;
     }

@@ -13,11 +13,13 @@
 class QAction;
 class QCheckBox;
 class QComboBox;
+class QFrame;
 class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSlider;
 class QSpinBox;
+class QSplitter;
 class QToolButton;
 class QVBoxLayout;
 
@@ -68,14 +70,21 @@ public:
     using DragRunner = std::function<void(QDrag&)>;
     void setDragRunner(DragRunner runner) { dragRunner_ = std::move(runner); }
 
+    /// The width of the source list, which its splitter handle changes; a
+    /// width set is kept within what the window leaves it.
+    int sourceListWidth() const;
+    void setSourceListWidth(int width);
+
     /// The folder drag files are written to, under the user's cache folder;
     /// files older than a minute are removed from it when a view is made.
     static QString dragFolder();
 
 protected:
     /// The source list and the source waveform's keys: Up and Down select
-    /// the file above or below, a letter the first file beginning with it,
-    /// Space plays or stops the source. (Return in the list is its own.)
+    /// the file above or below, Home and End the first or last, Page Up and
+    /// Page Down the file a page of rows away, a letter the first file
+    /// beginning with it, Space plays or stops the source. (Return in the
+    /// list is its own.)
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -90,9 +99,10 @@ private:
     QWidget* buildGenerateRow();
     QWidget* buildGlitchRow();
     QWidget* buildMasterRow();
-    QWidget* buildSoundGroup(QWidget* parent);
+    QWidget* buildSoundRow();
     QWidget* buildPanels();
     QWidget* buildSelectionRow();
+    QWidget* buildMessageBar();
     QWidget* buildOutputRow();
 
     /// Brings the controls that show `field` up to date with the model.
@@ -159,7 +169,10 @@ private:
     QCheckBox* matchTempoBox_ = nullptr;
     QLabel* formatMismatchLabel_ = nullptr;
     QLabel* statusLine_ = nullptr;
+    QFrame* messageBar_ = nullptr;
+    QLabel* warningLabel_ = nullptr;
     QLineEdit* outputField_ = nullptr;
+    QSplitter* panels_ = nullptr;
     Commands commands_;
 };
 

@@ -192,8 +192,16 @@ HelpPage optionsHistoryShortcutsPage() {
         for (const char* paragraph : paragraphs)
             page.blocks.push_back(body(QString::fromUtf8(paragraph)));
     };
+    section("Adding Loops",
+            {"Import... above the source list converts audio files of any common format (AIFF, FLAC, MP3, Ogg and "
+             "more) into the Source Folder as WAV files. Dropping files from a file manager onto the source list "
+             "does the same. The first new loop is selected; while variations are shown, the new loops are only "
+             "added to the list, so the variations stay.",
+             "Drag the handle between the source list and the waveform to widen the list; a name too long for it "
+             "ends in \u2026, and resting the pointer on it shows the whole path. A file the reader refuses is "
+             "marked in red and cannot be checked for the Mashup pool."});
     section("Sound Options",
-            {"The Sound box under the source list holds options that change the sound of a run. All of them are off "
+            {"The Sound row under the faders holds options that change the sound of a run. All of them are off "
              "by default: without them the same settings and Seed give the same bytes as always.",
              "Smooth joins fades every slice in and out over the milliseconds beside it, so that joins and the loop "
              "seam do not click.",
@@ -219,19 +227,24 @@ HelpPage optionsHistoryShortcutsPage() {
              "or a folder to hand over that loop as Export Selected would write it, Tempo tags included; nothing is "
              "written into the Output Folder. A click still plays it.",
              "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
-             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file."});
+             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file. Coming soon: a file "
+             "that Replace replaces goes to the Trash first, where you can restore it.",
+             "What the status line has no room for stays in a yellow bar under it until you click Dismiss: what an "
+             "export left out and why, loops of other formats pooled as raw bytes, and the loop a Mashup stopped "
+             "at."});
     section("History",
             {"Every successful Generate is kept for this session. Back (Ctrl+Z) and Forward (Ctrl+Shift+Z), or the "
              "two arrows beside Generate, bring back the variations of an earlier run with their ticks, also after "
              "choosing another source emptied the list.",
              "Going back generates the run again from its settings and the seed it used, so the variations are the "
-             "same, byte for byte. If a source file has changed since, the status line names it and nothing else "
-             "changes."});
+             "same, byte for byte, and sets the controls to those settings. If a source file has changed since, the "
+             "status line names it and nothing else changes."});
     section("Keyboard Shortcuts",
             {"Space: play or stop the source waveform, or the variation, that has the keyboard focus.",
              "Escape: Stop Playback (Playback menu). In the help window, Escape or Ctrl+W closes it.",
-             "Up and Down: the source above or below in the list, or the variation above or below. A letter: the "
-             "first source whose name begins with it.",
+             "Up and Down: the source above or below in the list, or the variation above or below. Home and End: "
+             "the first or the last; Page Up and Page Down: a page of rows up or down. A letter: the first source "
+             "whose name begins with it.",
              "Return on a variation: tick or untick it for export.",
              "Ctrl+Return: Generate; the focus then goes to the first new variation. Ctrl+E: Export Selected. "
              "Ctrl+Q: Quit. Ctrl+Shift+?: Marquetry Help."});

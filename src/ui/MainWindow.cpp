@@ -86,6 +86,12 @@ MainWindow::MainWindow(model::Platform platform, ContentView::AudioFileChooser c
     playback->addAction(commands.stopPlayback);
 
     placeOnScreen();
+    if (const std::optional<std::string> width = settings_.string(sourceListWidthKey)) {
+        bool ok = false;
+        const int stored = QString::fromStdString(*width).toInt(&ok);
+        if (ok && stored > 0)
+            content_->setSourceListWidth(stored);
+    }
 }
 
 void MainWindow::placeOnScreen() {
@@ -112,6 +118,7 @@ void MainWindow::placeOnScreen() {
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     settings_.setString(geometryKey, geometryText(normalGeometry()));
+    settings_.setString(sourceListWidthKey, std::to_string(content_->sourceListWidth()));
     QMainWindow::closeEvent(event);
 }
 

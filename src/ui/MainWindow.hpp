@@ -26,12 +26,14 @@ std::optional<QRect> geometryFromText(const std::string& text);
 /// The main window: the content view inside a scroll area, so that the
 /// window can be smaller than the content's minimum size (the content then
 /// scrolls), the File, History and Playback menus over the view's commands,
-/// and a size and place remembered across launches under `geometryKey`. It
+/// and a size and place remembered across launches under `geometryKey`, as
+/// is the source list's width under `sourceListWidthKey`. It
 /// opens fully on the screen it lands on. Main thread only.
 class MainWindow final : public QMainWindow {
     Q_OBJECT
 public:
     static constexpr const char* geometryKey = "marquetry.window.geometry";
+    static constexpr const char* sourceListWidthKey = "marquetry.window.sourceListWidth";
 
     /// `platform`'s services must outlive the window; its settings hold the
     /// window's geometry too. `initialSelection` as for ContentView.

@@ -133,8 +133,9 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override {
         if (!index.isValid())
             return Qt::NoItemFlags;
-        return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren |
-               (model_.mashupMode() ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
+        const std::string& path = files_[static_cast<std::size_t>(index.row())];
+        const bool poolable = model_.mashupMode() && !model_.factsFor(path).refusal;
+        return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren | (poolable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
     }
 
     QVariant data(const QModelIndex& index, int role) const override {
@@ -304,7 +305,7 @@ public:
         painter->setFont(fonts.name);
         painter->setPen(palette.color(QPalette::WindowText));
         painter->drawText(nameText, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                          fonts.nameMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideMiddle,
+                          fonts.nameMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight,
                                                        nameText.width()));
 
         painter->setFont(fonts.caption);
@@ -323,6 +324,9 @@ public:
             box.rect = at.pool;
             box.state &= ~QStyle::State_HasFocus;
             box.state |= index.data(Qt::CheckStateRole).toInt() == Qt::Checked ? QStyle::State_On : QStyle::State_Off;
+            // A loop the reader refuses cannot join the pool.
+            if (index.data(SourceList::refusedRole).toBool())
+                box.state &= ~QStyle::State_Enabled;
             if (hovered(Part::pool))
                 box.state |= QStyle::State_MouseOver;
             // Held down while the press that went down on it stays over it.
@@ -403,6 +407,10 @@ void SourceList::showRow(std::size_t row) {
         bar->setValue(bar->value() + wanted.top());
 }
 
+int SourceList::rowsPerPage() const {
+    return std::max(1, viewport()->height() / std::max(1, rowHeight(*this, model_.mashupMode())));
+}
+
 QRect SourceList::partRect(int row, Part part) const {
     const QModelIndex index = rows_->index(row);
     if (!index.isValid())
@@ -460,8 +468,7 @@ void SourceList::keyPressEvent(QKeyEvent* event) {
         act({row, Part::pool});
         return;
     }
-    // Not the item view's keys, which move a current row that nothing
-    // shows: the page keys scroll, as in any scroll area.
+    // Not the item view's keys, which move a current row that nothing shows.
     QAbstractScrollArea::keyPressEvent(event);
 }
 

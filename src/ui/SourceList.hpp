@@ -24,8 +24,8 @@ class SourceListModel;
 /// The list has no selection of its own: the model's selected file is the
 /// one marked, and the view's current row follows it, for assistive
 /// technology. Return and Enter tick or untick the selected file for the
-/// pool in Mashup Mode; the page keys scroll; the other keys of the list are
-/// its owner's (see ContentView::eventFilter).
+/// pool in Mashup Mode; the other keys of the list are its owner's (see
+/// ContentView::eventFilter).
 class SourceList final : public QListView {
     Q_OBJECT
 public:
@@ -58,6 +58,10 @@ public:
     /// Scrolls until the row of the listed file at `row` shows, with some of
     /// its neighbours, as a move from the keyboard needs.
     void showRow(std::size_t row);
+
+    /// How many whole rows the list shows at once (at least 1): what Page Up
+    /// and Page Down move by.
+    int rowsPerPage() const;
 
     /// Where `part` of the row at `row` lies in the viewport; empty when the
     /// row has no such part (the pool outside Mashup Mode).

@@ -97,14 +97,28 @@ bool VariationListPanel::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() != QEvent::KeyPress)
         return QScrollArea::eventFilter(watched, event);
     const auto* key = static_cast<QKeyEvent*>(event);
-    const int step = key->key() == Qt::Key_Up ? -1 : key->key() == Qt::Key_Down ? 1 : 0;
     const auto row = std::find(rows_.begin(), rows_.end(), watched);
-    if (step == 0 || (key->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier || row == rows_.end())
+    if ((key->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier || row == rows_.end())
         return QScrollArea::eventFilter(watched, event);
-    const auto index = (row - rows_.begin()) + step;
-    if (index >= 0 && index < std::ssize(rows_)) {
+    // A page is as many whole rows as the area shows, at least one; rows
+    // just made may not have their height yet.
+    const int rowHeight = std::max((*row)->height(), (*row)->sizeHint().height()) + listLayout_->spacing();
+    const std::ptrdiff_t page = std::max(1, viewport()->height() / std::max(1, rowHeight));
+    const std::ptrdiff_t current = row - rows_.begin();
+    const std::ptrdiff_t last = std::ssize(rows_) - 1;
+    std::ptrdiff_t index = 0;
+    switch (key->key()) {
+    case Qt::Key_Up: index = current - 1; break;
+    case Qt::Key_Down: index = current + 1; break;
+    case Qt::Key_Home: index = 0; break;
+    case Qt::Key_End: index = last; break;
+    case Qt::Key_PageUp: index = std::max<std::ptrdiff_t>(current - page, 0); break;
+    case Qt::Key_PageDown: index = std::min(current + page, last); break;
+    default: return QScrollArea::eventFilter(watched, event);
+    }
+    if (index >= 0 && index <= last && index != current) {
         GeneratedLoopRow* next = rows_[static_cast<std::size_t>(index)];
-        next->setFocus(step < 0 ? Qt::BacktabFocusReason : Qt::TabFocusReason);
+        next->setFocus(index < current ? Qt::BacktabFocusReason : Qt::TabFocusReason);
         ensureWidgetVisible(next);
     }
     return true;

@@ -52,7 +52,8 @@ public:
     void focusFirstRow();
 
 protected:
-    /// Up and Down on a row move the focus to the row above or below.
+    /// Up and Down on a row move the focus to the row above or below, Home
+    /// and End to the first or last, Page Up and Page Down a page of rows.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:

@@ -80,6 +80,9 @@ TEST_F(AppModelFolders, ChoosersAndTheBrowserStartWhereTheFieldsSay) {
     m.showOutputInFinder();
     EXPECT_THAT(browser.opened, ElementsAre(home + "/Chosen"));
     EXPECT_FALSE(fs::exists(home + "/Chosen"));
+    browser.starts = false;
+    m.showOutputInFinder();
+    EXPECT_EQ(m.status(), "Could not start a file manager to show " + home + "/Chosen.");
     EXPECT_THAT(settings.values, IsEmpty());
     ASSERT_EQ(chooser.asked.size(), 3u);
     EXPECT_EQ(std::tuple(chooser.asked[0].canCreateFolders, chooser.asked[0].initialFolder),

@@ -167,6 +167,10 @@ TEST_F(DawExport, AnUnknownTempoWritesPlainFilesAndNoKitAndSaysSo) {
     ASSERT_TRUE(outcome.exported);
     EXPECT_EQ(m.status(), "Exported 10 loop(s) to " + home
                               + "/out; the loop's tempo is unknown, so no tags and no slice kit were written.");
+    EXPECT_EQ(m.warning(), "Exported, but the loop's tempo is unknown, so no tags and no slice kit were written. Type "
+                           "the loop's tempo beside its waveform and export again.");
+    m.dismissWarning();
+    EXPECT_EQ(m.warning(), "");
     EXPECT_EQ(audio::readWholeFile(outcome.files[0]),
               audio::buildWavFileData(*m.sourceWavData(), m.generatedLoops()[0].pcmData));
     EXPECT_FALSE(fs::exists(home + "/out/kit"));

@@ -153,6 +153,10 @@ TEST_F(AppModelGeneration, AFailedRunKeepsTheVariationsAndSourceItReplacedNothin
         EXPECT_EQ(std::tuple(m.generatedLoops(), m.sourceWavData()), std::tuple(before, amen)) << status;
         EXPECT_FALSE(m.isGenerating());
     }
+    // The reader's words do not say which loop of the mashup they are about;
+    // the warning does, and outlasts the failures of single loops after it.
+    EXPECT_EQ(m.warning(), "The mashup stopped at bad.wav: Invalid WAV header. Untick it in the source list to go on "
+                           "without it.");
 }
 
 // Planned exactly before anything is rendered: a run whose output cannot fit

@@ -38,6 +38,11 @@ TEST_F(AppModelFacts, ArriveAfterTheScanHeadersFirstThenTempo) {
     EXPECT_EQ(m.tempoFor(b), chop::estimateTempo(audio::loadWav(b)));
     EXPECT_TRUE(m.tempoFor(b).has_value());
     EXPECT_EQ(m.factsFor(c).refusal, "Invalid WAV header.");
+    // A refused file is no loop for the mashup pool.
+    m.setMashupMode(true);
+    m.toggleMashupMembership(c, true);
+    m.toggleMashupMembership(b, true);
+    EXPECT_THAT(m.mashupSourcePaths(), ::testing::ElementsAre(b));
 
     // A file that changes after its header was read is marked when loading it fails.
     addFile("b.wav", notAWav);
@@ -46,6 +51,7 @@ TEST_F(AppModelFacts, ArriveAfterTheScanHeadersFirstThenTempo) {
     EXPECT_EQ(m.factsFor(b).refusal, "Invalid WAV header.");
     EXPECT_EQ(m.factsFor(b).header, std::nullopt);
     EXPECT_THAT(changedPaths, ::testing::ElementsAre(b));
+    EXPECT_THAT(m.mashupSourcePaths(), ::testing::IsEmpty()) << "ticked before it was refused";
 }
 
 TEST_F(AppModelFacts, AScanDropsTheLastScansFactsAndIgnoresItsLateResults) {

@@ -33,9 +33,10 @@ struct FakeFolderChooser : FolderChooser {
 
 struct FakeFileBrowser : FileBrowser {
     std::vector<std::string> opened;
+    bool starts = true; ///< false: as on a desktop with no file manager
     bool openFolder(const std::string& path) override {
         opened.push_back(path);
-        return true;
+        return starts;
     }
 };
 

@@ -21,6 +21,7 @@
 #include <QScrollBar>
 #include <QSlider>
 #include <QSpinBox>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QToolTip>
 #include <QtTest>
@@ -114,6 +115,57 @@ private slots:
         QCOMPARE(layoutIndex("glitchRow"), -1);
         QVERIFY(find("glitchRow")->isHidden());
         QCOMPARE(m.settings().plan.glitchAmount, 0.3);
+    }
+
+    // At the smallest size, whatever rows the chop model adds and with a
+    // warning shown, every control outside the panels shows whole, the sound
+    // and export options above all: the panels give way first.
+    void everyControlShowsWholeAtTheSmallestSizeForEveryModel() {
+        model::AppModel& m = start();
+        platform_->addLoop("c.wav", "amen_u8.wav");
+        m.refreshFiles();
+        m.setMashupMode(true);
+        for (const std::string& path : m.wavFiles())
+            m.toggleMashupMembership(path, true);
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        view_->resize(1040, 700);
+        const auto shownControls = [this](const QWidget* row) {
+            QList<QWidget*> controls = row->findChildren<QWidget*>();
+            controls.removeIf([this](const QWidget* control) {
+                return !control->isVisibleTo(view_.get()) || control->parentWidget()->inherits("QAbstractSpinBox")
+                       || control->parentWidget()->inherits("QComboBox");
+            });
+            return controls;
+        };
+        QVERIFY(shownControls(find("soundGroup")).size() >= 6 && shownControls(find("exportOptions")).size() >= 5);
+        QVERIFY(find("messageBar")->isVisible());
+        for (const chop::ChopModel chopModel : chop::allChopModels) {
+            m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chopModel; });
+            view_->layout()->activate();
+            for (int item = 0; item < view_->layout()->count(); ++item) {
+                const QWidget* row = view_->layout()->itemAt(item)->widget();
+                if (row == nullptr || row->objectName() == "panels")
+                    continue;
+                for (QWidget* control : shownControls(row)) {
+                    const QRect inView(control->mapTo(view_.get(), QPoint()), control->size());
+                    const bool whole = control->visibleRegion().boundingRect() == control->rect();
+                    QVERIFY2(whole && view_->rect().contains(inView),
+                             qPrintable(QStringLiteral("%1 %2 in %3 with %4")
+                                            .arg(control->metaObject()->className(), control->objectName(),
+                                                 row->objectName(), chop::label(chopModel).data())));
+                }
+            }
+        }
+        // The source list widens from its handle, the rest giving way.
+        auto* panels = find<QSplitter>("panels");
+        const int before = sourceList()->width();
+        QCOMPARE(panels->sizes().at(0), 280);
+        QSplitterHandle* handle = panels->handle(1);
+        QTest::mousePress(handle, Qt::LeftButton, {}, handle->rect().center());
+        QTest::mouseMove(handle, handle->rect().center() + QPoint(120, 0));
+        QTest::mouseRelease(handle, Qt::LeftButton, {}, handle->rect().center() + QPoint(120, 0));
+        QCOMPARE(sourceList()->width(), before + 120);
     }
 
     void generateThenSelectionButtonsFollowTheTicks() {
@@ -272,6 +324,11 @@ private slots:
         auto* label = find<QLabel>("formatMismatchLabel");
         QCOMPARE(label->text(), QStringLiteral("Formats differ"));
         QVERIFY(label->toolTip().startsWith(QStringLiteral("c.wav is 8-bit stereo 44100 Hz but a.wav is 16-bit")));
+        // Told whole under the status line, until dismissed.
+        QVERIFY(find("messageBar")->isVisible());
+        QCOMPARE(find<QLabel>("warningLabel")->text(), label->toolTip());
+        click(find("dismissWarningButton"));
+        QVERIFY(find("messageBar")->isHidden() && m.warning().empty());
         click(find("matchFormatsBox"));
         click(find("generateButton"));
         platform_->tasks.drain();
@@ -419,6 +476,17 @@ private slots:
         // The dialog opens at home, then where the last files came from.
         QCOMPARE(platform_->importFoldersAsked,
                  (std::vector<std::string>{platform_->home(), platform_->home(), "/usr/share/sonic-pi/samples"}));
+
+        // With variations on screen, the new loop is only listed: nothing
+        // the user made is thrown away.
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        const std::vector<model::GeneratedLoop> made = m.generatedLoops();
+        platform_->importAnswer = {amenFlac.toStdString()};
+        click(import);
+        QCOMPARE(m.status(), "Imported 1 file(s).");
+        QVERIFY(m.generatedLoops() == made && loopRows().size() == static_cast<qsizetype>(made.size()));
+        QVERIFY(isSelected("loop_amen.wav") && sourceRow("loop_amen-2.wav") >= 0);
     }
 
     void onlyLocalFilesDroppedOnTheSourceListAreImported() {
@@ -494,6 +562,10 @@ private slots:
             QCOMPARE(pointAt(list->partRect(c, part).center()),
                      std::pair(QStringLiteral("Invalid WAV header."), Qt::PointingHandCursor));
         QVERIFY(find("emptySourceHint")->isHidden());
+        click(find("mashupModeBox"));
+        clickSource("c.wav", Part::pool);
+        QCOMPARE(sourceData("c.wav", Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
+        QVERIFY(m.mashupSourcePaths().empty());
 
         for (const char* name : {"a.wav", "b.wav", "c.wav"})
             QVERIFY(QFile::remove(QString::fromStdString(platform_->sourceFolder() + "/" + name)));

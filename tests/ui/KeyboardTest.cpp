@@ -10,6 +10,7 @@
 #include <QAbstractSpinBox>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QPushButton>
@@ -69,8 +70,25 @@ private slots:
         QCOMPARE(selected(), "Cymbal.wav");
         key(Qt::Key_Up);
         QCOMPARE(selected(), "b.wav");
+        // The page keys, Home and End move in both lists.
+        for (const auto& [k, file] : {std::pair(Qt::Key_Home, "a.wav"), std::pair(Qt::Key_End, "Cymbal.wav"),
+                                      std::pair(Qt::Key_PageUp, "a.wav"), std::pair(Qt::Key_PageDown, "Cymbal.wav")}) {
+            key(k);
+            QCOMPARE(selected(), file);
+        }
 
         generate();
+        const QList<ui::GeneratedLoopRow*> rows = loopRows();
+        for (const auto& [k, row] : {std::pair(Qt::Key_End, 9), std::pair(Qt::Key_PageUp, -1),
+                                     std::pair(Qt::Key_Home, 0), std::pair(Qt::Key_PageDown, -1)}) {
+            key(k);
+            const qsizetype focused = rows.indexOf(QApplication::focusWidget());
+            // A page is fewer rows than the ten, and at least one.
+            QVERIFY2(row >= 0 ? focused == row : focused > 0 && focused < 9, qPrintable(QString::number(focused)));
+            QWidget* shown = find<QScrollArea>("loopList")->viewport();
+            QVERIFY(shown->rect().intersects(QRect(rows[focused]->mapTo(shown, QPoint()), rows[focused]->size())));
+        }
+        key(Qt::Key_Home);
         key(Qt::Key_Up); // already on the first row
         QCOMPARE(QApplication::focusWidget(), loopRows()[0]);
         key(Qt::Key_Down);
@@ -100,9 +118,9 @@ private slots:
         QCOMPARE(*m.selectedFile(), folder + "/c.wav");
         key(Qt::Key_Space);
         QCOMPARE(m.playingTarget(), std::optional(PlaybackTarget::source()));
-        // One stop in the focus chain, then the sound options under it.
+        // One stop in the focus chain, then the source waveform beside it.
         key(Qt::Key_Tab);
-        QCOMPARE(QApplication::focusWidget(), find("joinFadeBox"));
+        QCOMPARE(QApplication::focusWidget(), find("sourceWaveform"));
     }
 
     void generateShortcutAndButtonLeaveTheFocusOnTheFirstVariation() {
@@ -162,6 +180,9 @@ private slots:
             first.push_back(loop.pcmData);
         m.toggleSelection(m.generatedLoops()[0].id, false);
         platform_->now += 3600;
+        m.changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::momentum; });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.sliceCount = 8; });
+        m.changeSettings([&](model::RunSettings& s) { s.plan.joinFadeMs = 5; });
         generate();
         QVERIFY(m.generatedLoops()[0].pcmData != first[0]);
         QVERIFY(commands.back->isEnabled() && !commands.forward->isEnabled());
@@ -177,9 +198,16 @@ private slots:
         QVERIFY(!m.generatedLoops()[0].isSelected && !loopRows()[0]->checkBox()->isChecked());
         QCOMPARE(model::fileName(*m.selectedFile()), "a.wav");
         QVERIFY(commands.forward->isEnabled() && !commands.back->isEnabled());
+        // The controls show the run on screen, not the one asked for last.
+        const auto controls = [this] {
+            return std::tuple(find<QComboBox>("chopModelBox")->currentText(), find<QSpinBox>("slicesBox")->value(),
+                              find<QCheckBox>("joinFadeBox")->isChecked(), find<QLineEdit>("seedField")->text());
+        };
+        QCOMPARE(controls(), std::tuple(QStringLiteral("Grid"), 16, false, QString()));
         key(Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
         platform_->tasks.drain();
         QVERIFY(m.generatedLoops()[0].pcmData != first[0]);
+        QCOMPARE(controls(), std::tuple(QStringLiteral("Momentum"), 8, true, QString()));
     }
 
     void aSmallWindowScrollsItsContentAndOpensOnScreen() {
@@ -218,8 +246,13 @@ private slots:
         QVERIFY(room.contains(window_->geometry()));
         window_->show();
         window_->setGeometry(30, 70, 640, 480);
+        window_->content().setSourceListWidth(360);
         window_->close();
         QCOMPARE(platform_->settings.values.at(ui::MainWindow::geometryKey), "30,70,640,480");
+        // The source list as wide as it was left.
+        window_ = std::make_unique<ui::MainWindow>(platform_->platform(), platform_->audioFileChooser());
+        window_->show();
+        QCOMPARE(window_->content().sourceListWidth(), 360);
     }
 
     void fitOnScreenKeepsTheWholeWindowInTheFreeArea_data() {

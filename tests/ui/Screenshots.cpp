@@ -152,6 +152,21 @@ int main(int argc, char** argv) {
              platform.tasks.drain();
              view.model().changeSettings([&](model::RunSettings& s) { s.exportOptions.keepExisting = true; });
          }},
+        // The smallest window with the Glitch row and a warning under the
+        // status line: the options stay whole, the panels give way.
+        {"6-options-smallest.png", {}, loops,
+         [](ui::ContentView& view, ui::test::FakePlatform& platform) {
+             view.resize(1040, 700);
+             view.model().changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::glitch; });
+             view.model().changeSettings([&](model::RunSettings& s) { s.plan.joinFadeMs = 5; });
+             view.model().changeSettings([&](model::RunSettings& s) { s.plan.fit = chop::FitMode::stretch; });
+             platform.addLoop("Think Break 96 u8.wav", "amen_u8.wav");
+             view.model().refreshFiles();
+             view.model().setMashupMode(true);
+             for (const std::string& path : view.model().wavFiles())
+                 view.model().toggleMashupMembership(path, true);
+             generate(view, platform);
+         }},
         {"6-glitch.png", roomy, loops,
          [](ui::ContentView& view, ui::test::FakePlatform& platform) {
              view.model().changeSettings([&](model::RunSettings& s) { s.plan.chopModel = chop::ChopModel::glitch; });
