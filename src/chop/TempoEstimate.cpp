@@ -32,6 +32,9 @@ constexpr double repeatingShare = 2.0 / 3;
 // How much the bar level and the subdivision count beside the beat.
 constexpr double barWeight = 0.25;
 constexpr double subdivisionWeight = 2;
+// The felt beat of 6/8 is the dotted quarter, so its usual tempos are slower
+// in quarter notes: the preference for tempos near 120 BPM takes 6/8 near 100.
+constexpr double compoundTempoFactor = 1.2;
 // Where swung off-beat eighths may fall, as a share of the beat (2/3 is a
 // triplet feel); 1/2 is straight.
 constexpr double swungOffbeats[] = {0.55, 0.6, 0.65, 0.7};
@@ -107,7 +110,8 @@ Onsets onsetEnvelope(const audio::WavData& wav, std::int64_t hop) {
             sum += energy[i];
         return std::sqrt(sum / static_cast<float>(smoothingHops * static_cast<std::size_t>(hop)));
     };
-    Onsets onsets{std::vector<float>(static_cast<std::size_t>(hops)), std::vector<float>(static_cast<std::size_t>(hops))};
+    Onsets onsets{std::vector<float>(static_cast<std::size_t>(hops)),
+                  std::vector<float>(static_cast<std::size_t>(hops))};
     float previousFull = 0, previousLow = 0, previousHigh = 0;
     for (std::size_t h = 0; h < onsets.envelope.size(); ++h) {
         const float full = loudness(fullEnergy, h);
@@ -163,7 +167,8 @@ double gridScore(const Windows& w, double loopHops, std::int64_t beats, std::ini
     centres.reserve(static_cast<std::size_t>(beats) * offsets.size());
     for (std::int64_t b = 0; b < beats; ++b)
         for (const double offset : offsets)
-            centres.push_back(w.size + static_cast<std::int64_t>(std::floor((static_cast<double>(b) + offset) * period + 0.5)));
+            centres.push_back(w.size
+                              + static_cast<std::int64_t>(std::floor((static_cast<double>(b) + offset) * period + 0.5)));
     double captured = 0;
     const auto phases = std::min(static_cast<std::int64_t>(std::ceil(period)), w.size);
     for (std::int64_t phase = 0; phase < phases; ++phase) {
@@ -189,9 +194,9 @@ std::vector<double> nearbyPeak(const std::vector<double>& strength) {
     return peak;
 }
 
-// How well the loop's bars repeat when it holds `beats` beats, as a factor
-// of 1 down to 0: the share of onset strength that comes again one bar (four
-// beats) later, counted full from `repeatingShare` up. Drum loops are built
+// How well the loop's bars repeat when it holds `beats` beats in bars of
+// `beatsPerBar`, as a factor of 1 down to 0: the share of onset strength that
+// comes again one bar later, counted full from `repeatingShare` up. Drum loops are built
 // of repeating bars, so a grid whose bars do not repeat has taken the
 // subdivision for the beat: a broken beat, its kicks on the half-beats, read
 // twice too fast catches every hit on its grid, but its half-bars differ.
@@ -263,9 +268,7 @@ public:
         if (meter != Meter::sixEight)
             subdivision = std::max(subdivision, swungEighths(beats) - hatGrid(beats));
         const double levels = (wholeBars ? barWeight * grid(bars) : 0) + grid(pulses) + subdivisionWeight * subdivision;
-        // The felt beat of 6/8 is the dotted quarter: its usual tempos are
-        // slower in quarter notes.
-        const double bpm = static_cast<double>(beats) / minutes * (meter == Meter::sixEight ? 1.2 : 1.0);
+        const double bpm = static_cast<double>(beats) / minutes * (meter == Meter::sixEight ? compoundTempoFactor : 1.0);
         return levels * repetition(beats, perBar) * tempoWeight(bpm);
     }
 
@@ -327,8 +330,8 @@ std::optional<TempoEstimate> tempoAt(double bpm, audio::FrameCount frames, std::
         return std::nullopt;
     const double seconds = static_cast<double>(frames) / sampleRate;
     const auto beats = std::max<std::int64_t>(1, std::llround(bpm * seconds / 60));
-    return TempoEstimate{std::round(bpm * 10) / 10, beats, static_cast<double>(beats) / static_cast<double>(beatsPerBar),
-                         beatsPerBar};
+    return TempoEstimate{std::round(bpm * 10) / 10, beats,
+                         static_cast<double>(beats) / static_cast<double>(beatsPerBar), beatsPerBar};
 }
 
 std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
@@ -367,10 +370,10 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
     const auto lengthBonus = [&](double hops) { return hops == fileHops ? fileLengthPreference : 1.0; };
     Reading best;
     double bestHops = fileHops;
+    const bool trimmable = seconds <= longestTrimmedSeconds;
     for (std::int64_t change = -longestTailHops; change <= longestCutHops; change += lengthStepHops) {
         const double hops = fileHops + static_cast<double>(change);
-        if (change != 0
-            && (std::abs(static_cast<double>(change)) > longestChangeShare * fileHops || seconds > longestTrimmedSeconds))
+        if (change != 0 && (!trimmable || std::abs(static_cast<double>(change)) > longestChangeShare * fileHops))
             continue;
         Reading reading = Scorer(strength, hats, hops).best(hops / hopsPerMinute);
         reading.score *= lengthBonus(hops);

@@ -189,7 +189,8 @@ std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) c
     if (corrected == tempoOverrides_.end())
         return known == loopTempos_.end() ? std::nullopt : known->second.estimate;
     if (known != loopTempos_.end())
-        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate))
+        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate,
+                                       known->second.estimate ? known->second.estimate->beatsPerBar : 4))
             return tempo;
     return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
 }
@@ -641,7 +642,7 @@ audio::Bytes AppModel::taggedWhenAsked(const audio::Bytes& pcm, std::span<const 
         return audio::buildWavFileData(format, pcm);
     return audio::buildWavFileData(
         format, pcm,
-        audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, tempo->bpm), format,
+        audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, *tempo), format,
                              audio::frameCount(pcm.size(), format.blockAlign)));
 }
 
@@ -710,13 +711,13 @@ AppModel::ExportOutcome AppModel::exportSelected(const std::optional<std::string
             const std::string reference = lastRun_ ? lastRun_->request.selectedPath : selectedFile_.value_or("");
             const chop::ChopModel model = lastRun_ ? lastRun_->request.chopModel : chopModel_;
             const std::string stem = variationStem(fileName(reference), model);
-            kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm);
+            kit = buildSliceKit(loops, *sourceWavData_, stem, *tempo);
             if (keepExisting_) {
                 std::vector<std::string> names;
                 for (const KitFile& file : kit)
                     names.push_back(file.name);
                 if (const std::string number = freeNumberFor(*kitPath, names); !number.empty())
-                    kit = buildSliceKit(loops, *sourceWavData_, stem, tempo->bpm, number);
+                    kit = buildSliceKit(loops, *sourceWavData_, stem, *tempo, number);
             }
         }
         if (!kit.empty())

@@ -392,7 +392,7 @@ TEST_F(CliInProcess, InfoDescribesEachFileAndExitsOneWhenTheReaderRefusesAny) {
     const Outcome text = run({"info", at("source/breakbeat_s16.wav"), at("notes.txt")});
     EXPECT_EQ(text.exitCode, 1);
     EXPECT_EQ(text.out, at("source/breakbeat_s16.wav")
-                            + ": PCM 16-bit, 2 ch, 44100 Hz, 84000 frames, 1.905 s, 126.0 BPM \u00b7 1 bar\n"
+                            + ": PCM 16-bit, 2 ch, 44100 Hz, 84000 frames, 1.905 s, 126.0 BPM \u00b7 4/4 \u00b7 1 bar\n"
                             + at("notes.txt") + ": WAV file is too small.\n");
 
     const Outcome json = run({"info", "--json", at("source/amen_f32.wav")});
