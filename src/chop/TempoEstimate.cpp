@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <initializer_list>
 #include <limits>
 #include <map>
 #include <numbers>
@@ -153,33 +152,48 @@ Windows windowsOf(const std::vector<double>& values) {
     return w;
 }
 
-// How much more of the loop's onset strength falls near a grid of `beats`
-// beats (at its best phase; with `offsets`, near each of those fractions of
-// a beat after every beat) than would by chance: the share inside the grid's
-// windows less the share of the loop the windows cover. A grid twice too
-// slow misses the snares between its beats; one twice too fast doubles its
-// windows but catches only the weak hits between the beats.
-double gridScore(const Windows& w, double loopHops, std::int64_t beats, std::initializer_list<double> offsets = {0.0}) {
-    if (w.total <= 0)
-        return 0;
+// The onset strength near a grid of `beats` beats at each phase (hops after
+// the loop's start), each beat's point `offset` of a beat after it.
+std::vector<double> phaseSums(const Windows& w, double loopHops, std::int64_t beats, double offset = 0) {
     const double period = loopHops / static_cast<double>(beats);
-    std::vector<std::int64_t> centres;
-    centres.reserve(static_cast<std::size_t>(beats) * offsets.size());
+    std::vector<std::int64_t> centres(static_cast<std::size_t>(beats));
     for (std::int64_t b = 0; b < beats; ++b)
-        for (const double offset : offsets)
-            centres.push_back(w.size
-                              + static_cast<std::int64_t>(std::floor((static_cast<double>(b) + offset) * period + 0.5)));
-    double captured = 0;
-    const auto phases = std::min(static_cast<std::int64_t>(std::ceil(period)), w.size);
-    for (std::int64_t phase = 0; phase < phases; ++phase) {
-        double sum = 0;
+        centres[static_cast<std::size_t>(b)] =
+            w.size + static_cast<std::int64_t>(std::floor((static_cast<double>(b) + offset) * period + 0.5));
+    std::vector<double> sums(static_cast<std::size_t>(std::min(static_cast<std::int64_t>(std::ceil(period)), w.size)));
+    for (std::size_t phase = 0; phase < sums.size(); ++phase)
         for (const std::int64_t centre : centres)
-            sum += w.windows[static_cast<std::size_t>(centre + phase)];
-        captured = std::max(captured, sum);
-    }
+            sums[phase] += w.windows[static_cast<std::size_t>(centre) + phase];
+    return sums;
+}
+
+// How much more of the loop's onset strength falls near `points` grid
+// points, `captured` of it at their best phase, than would by chance: the
+// share inside the grid's windows less the share of the loop the windows
+// cover. A grid twice too slow misses the snares between its beats; one
+// twice too fast doubles its windows but catches only the weak hits between
+// the beats.
+double beyondChance(const Windows& w, double captured, std::int64_t points) {
     constexpr std::int64_t width = 2 * toleranceHops + 1;
-    return captured / w.total
-           - static_cast<double>(static_cast<std::int64_t>(centres.size()) * width) / static_cast<double>(w.size);
+    return w.total > 0 ? captured / w.total - static_cast<double>(points * width) / static_cast<double>(w.size) : 0.0;
+}
+
+double gridScore(const Windows& w, double loopHops, std::int64_t beats) {
+    const std::vector<double> sums = phaseSums(w, loopHops, beats);
+    return beyondChance(w, *std::max_element(sums.begin(), sums.end()), beats);
+}
+
+// The grid score of beats with swung off-beats between them, at the swing
+// that catches the most.
+double swungGridScore(const Windows& w, double loopHops, std::int64_t beats) {
+    const std::vector<double> onBeats = phaseSums(w, loopHops, beats);
+    double captured = 0;
+    for (const double late : swungOffbeats) {
+        const std::vector<double> offBeats = phaseSums(w, loopHops, beats, late);
+        for (std::size_t phase = 0; phase < onBeats.size(); ++phase)
+            captured = std::max(captured, onBeats[phase] + offBeats[phase]);
+    }
+    return beyondChance(w, captured, 2 * beats);
 }
 
 // For each hop, the strongest onset within the grid's tolerance of it,
@@ -187,10 +201,15 @@ double gridScore(const Windows& w, double loopHops, std::int64_t beats, std::ini
 std::vector<double> nearbyPeak(const std::vector<double>& strength) {
     const auto size = static_cast<std::int64_t>(strength.size());
     std::vector<double> peak(strength.size(), 0.0);
-    for (std::int64_t h = 0; h < size; ++h)
-        for (std::int64_t d = -toleranceHops; d <= toleranceHops; ++d)
+    for (std::int64_t d = -toleranceHops; d <= toleranceHops; ++d) {
+        // peak[h] against strength[h + d], the part that crosses the seam apart.
+        const std::int64_t shift = ((d % size) + size) % size;
+        for (std::int64_t h = 0; h < size; ++h) {
+            const std::int64_t from = h + shift < size ? h + shift : h + shift - size;
             peak[static_cast<std::size_t>(h)] =
-                std::max(peak[static_cast<std::size_t>(h)], strength[static_cast<std::size_t>(((h + d) % size + size) % size)]);
+                std::max(peak[static_cast<std::size_t>(h)], strength[static_cast<std::size_t>(from)]);
+        }
+    }
     return peak;
 }
 
@@ -302,11 +321,8 @@ private:
     }
     double swungEighths(std::int64_t beats) {
         double& score = memo(swung_, beats);
-        if (std::isnan(score)) {
-            score = -std::numeric_limits<double>::infinity();
-            for (const double late : swungOffbeats)
-                score = std::max(score, gridScore(hatWindows_, loopHops_, beats, {0.0, late}));
-        }
+        if (std::isnan(score))
+            score = swungGridScore(hatWindows_, loopHops_, beats);
         return score;
     }
     double repetition(std::int64_t beats, std::int64_t perBar) {
@@ -384,18 +400,22 @@ std::optional<TempoEstimate> estimateTempo(const audio::WavData& wav) {
     }
     if (best.beats == 0)
         return std::nullopt;
-    if (bestHops != fileHops) {
-        const double coarse = bestHops;
-        for (std::int64_t change = 1 - lengthStepHops; change < lengthStepHops; ++change) {
-            const double hops = coarse + static_cast<double>(change);
-            const double score = Scorer(strength, hats, hops).score(best.beats, best.meter, hops / hopsPerMinute)
-                                 * lengthBonus(hops);
-            if (score > best.score) {
-                best.score = score;
-                bestHops = hops;
+    // Two hops at a time across the step, then one either side.
+    if (bestHops != fileHops)
+        for (const auto& [step, reach] : {std::pair<std::int64_t, std::int64_t>{2, lengthStepHops / 2 - 1}, {1, 1}}) {
+            const double around = bestHops;
+            for (std::int64_t change = -reach * step; change <= reach * step; change += step) {
+                const double hops = around + static_cast<double>(change);
+                const double score = change == 0 ? 0.0
+                                                 : Scorer(strength, hats, hops).score(best.beats, best.meter,
+                                                                                      hops / hopsPerMinute)
+                                                       * lengthBonus(hops);
+                if (score > best.score) {
+                    best.score = score;
+                    bestHops = hops;
+                }
             }
         }
-    }
     return tempoAt(static_cast<double>(best.beats) * hopsPerMinute / bestHops, frames, wav.sampleRate,
                    beatsPerBar(best.meter));
 }
