@@ -202,7 +202,7 @@ std::vector<double> nearbyPeak(const std::vector<double>& strength) {
     const auto size = static_cast<std::int64_t>(strength.size());
     std::vector<double> peak(strength.size(), 0.0);
     for (std::int64_t d = -toleranceHops; d <= toleranceHops; ++d) {
-        // peak[h] against strength[h + d], the part that crosses the seam apart.
+        // peak[h] against strength[h + d], round the seam.
         const std::int64_t shift = ((d % size) + size) % size;
         for (std::int64_t h = 0; h < size; ++h) {
             const std::int64_t from = h + shift < size ? h + shift : h + shift - size;
