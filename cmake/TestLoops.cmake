@@ -12,7 +12,8 @@ endif()
 
 set(MARQUETRY_TEST_LOOPS_DIR ${PROJECT_BINARY_DIR}/test-loops)
 set(_loops amen_s16 amen_s24 amen_s32 amen_f32 amen_u8 amen_ulaw_s16 amen_mono_s16 breakbeat_s16 hits_mono_s16
-           amen_10s_s16 amen_full_s16 kick_mono_s16 snare_mono_s16 hat_mono_s16)
+           amen_10s_s16 amen_full_s16 kick_mono_s16 snare_mono_s16 hat_mono_s16 tom_mono_s16
+           bass_mono_s16 hiss_mono_s16)
 list(TRANSFORM _loops PREPEND ${MARQUETRY_TEST_LOOPS_DIR}/)
 list(TRANSFORM _loops APPEND .wav)
 # The same break in other formats, for import.

@@ -13,8 +13,11 @@ namespace {
 
 std::size_t sampleWidth(const WavData& format) { return format.bitsPerSample / 8u; }
 
-// 2^(bits - 1): the full scale of an integer sample.
-double fullScale(const WavData& format) { return std::ldexp(1.0, format.bitsPerSample - 1); }
+// 2^(bits - 1): the full scale of an integer sample (a shift, not a call to
+// ldexp, which once per sample took half of a tempo estimate).
+double fullScale(const WavData& format) {
+    return static_cast<double>(std::uint64_t{1} << (format.bitsPerSample - 1));
+}
 
 float readSample(const WavData& format, const std::uint8_t* p) {
     if (format.audioFormat == formatFloat) {
@@ -34,7 +37,7 @@ float readSample(const WavData& format, const std::uint8_t* p) {
     const unsigned unused = 32u - format.bitsPerSample;
     // Shifted up to the sign bit and back to sign-extend.
     const auto value = static_cast<std::int32_t>(bits << unused) >> unused;
-    return static_cast<float>(value / fullScale(format));
+    return static_cast<float>(value * (1 / fullScale(format))); // exact: the scale is a power of two
 }
 
 void writeSample(const WavData& format, float x, std::uint8_t* p) {

@@ -56,7 +56,7 @@ Bytes loopTagChunks(const LoopTags& tags, const WavData& format, FrameCount fram
         appendF32LE(chunks, 0);
         appendU32LE(chunks, clampU32(tags.beats));
         appendU16LE(chunks, 4); // meter denominator
-        appendU16LE(chunks, 4); // meter numerator
+        appendU16LE(chunks, static_cast<std::uint16_t>(std::clamp<std::int64_t>(tags.beatsPerBar, 1, 0xFFFF))); // numerator
         appendF32LE(chunks, tags.bpm);
     });
     appendChunk(chunks, "smpl", [&] {

@@ -196,14 +196,26 @@ const GenerateOption generateOptions[] = {
          return std::nullopt;
      }},
     {"--tempo", "FILE=BPM", true,
-     "the tempo of a loop, over its estimate (20 to 999;\nrepeatable); marquetry-cli info shows the estimates",
+     "the tempo of a loop, over its estimate (@TEMPOS@;\nrepeatable); marquetry-cli info shows the estimates",
      [](GenerateOptions& o, const std::string& text) -> Apply {
          const std::size_t equals = text.rfind('=');
          const auto file = equals == std::string::npos ? std::nullopt : normalFilePath(text.substr(0, equals));
          const auto bpm = equals == std::string::npos ? std::nullopt : parseReal(text.substr(equals + 1));
          if (!file || !bpm || *bpm < chop::minTempoBpm || *bpm > chop::maxTempoBpm)
-             return malformed("--tempo", text, "FILE=BPM with a tempo from 20 to 999");
+             return malformed("--tempo", text, "FILE=BPM with a tempo from " + chop::tempoRangeText());
          o.settings.tempoOverrides[*file] = *bpm;
+         return std::nullopt;
+     }},
+    {"--meter", "FILE=N/4", true,
+     "the meter of a loop, over its estimate: 3/4 (6/8 counts as\n3/4) or 4/4 (repeatable); it goes into --tags and --kit",
+     [](GenerateOptions& o, const std::string& text) -> Apply {
+         const std::size_t equals = text.rfind('=');
+         const auto file = equals == std::string::npos ? std::nullopt : normalFilePath(text.substr(0, equals));
+         const std::string meter = equals == std::string::npos ? "" : text.substr(equals + 1);
+         const std::int64_t beats = meter == "4/4" ? 4 : meter == "3/4" || meter == "6/8" ? 3 : 0;
+         if (!file || beats == 0)
+             return malformed("--meter", text, "FILE=3/4, FILE=6/8 or FILE=4/4");
+         o.settings.meterOverrides[*file] = beats;
          return std::nullopt;
      }},
     {"--output", "DIR", false, "folder to write into, created when missing",
@@ -239,7 +251,7 @@ const GenerateOption generateOptions[] = {
      }},
     {"--tags", nullptr, false,
      "write the loop's tempo, beats, a loop over the whole file\nand a marker at every slice into each file (needs a "
-     "known\ntempo, 20 to 999 BPM; see info and --tempo)",
+     "known\ntempo, @TEMPOS@ BPM; see info and --tempo)",
      [](GenerateOptions& o, const std::string&) -> Apply {
          o.settings.exportOptions.tags = true;
          return std::nullopt;
@@ -260,7 +272,8 @@ const GenerateOption generateOptions[] = {
 std::string optionHelp(const GenerateOption& option) {
     std::string help = option.help;
     for (const auto& [placeholder, value] : {std::pair<std::string, std::string>("@MODELS@", chopModelLabels()),
-                                             {"@MAXFADE@", std::to_string(chop::maxJoinFadeMs)}}) {
+                                             {"@MAXFADE@", std::to_string(chop::maxJoinFadeMs)},
+                                             {"@TEMPOS@", chop::tempoRangeText()}}) {
         if (const std::size_t at = help.find(placeholder); at != std::string::npos)
             help.replace(at, placeholder.size(), value);
     }

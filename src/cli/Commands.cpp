@@ -169,12 +169,24 @@ int generateAndExport(const GenerateOptions& options, std::map<std::string, mode
         const audio::WavData& reference = result.reference;
         const audio::FrameCount frames = audio::frameCount(reference.pcmData.size(), reference.blockAlign);
         const auto corrected = settings.tempoOverrides.find(settings.selectedPath);
-        if (options.exportTempo)
-            tagTempo = chop::tempoAt(*options.exportTempo, frames, reference.sampleRate);
-        else if (corrected != settings.tempoOverrides.end())
-            tagTempo = chop::tempoAt(corrected->second, frames, reference.sampleRate);
-        else
-            tagTempo = chop::estimateTempo(reference);
+        const auto meter = settings.meterOverrides.find(settings.selectedPath);
+        std::optional<double> bpm = options.exportTempo;
+        if (!bpm && corrected != settings.tempoOverrides.end())
+            bpm = corrected->second;
+        // The estimate, where it is still needed for the tempo or the meter.
+        const auto estimate = !bpm || meter == settings.meterOverrides.end() ? chop::estimateTempo(reference)
+                                                                              : std::nullopt;
+        if (!bpm && meter == settings.meterOverrides.end()) {
+            tagTempo = estimate;
+        } else {
+            if (!bpm && estimate)
+                bpm = estimate->bpm;
+            const std::int64_t beatsPerBar = meter != settings.meterOverrides.end() ? meter->second
+                                             : estimate                           ? estimate->beatsPerBar
+                                                                                  : 4;
+            if (bpm)
+                tagTempo = chop::tempoAt(*bpm, frames, reference.sampleRate, beatsPerBar);
+        }
     }
     const std::string home = model::systemHomeFolder();
     int status = exitSuccess;
@@ -262,6 +274,7 @@ int runReplay(const ReplayOptions& options, std::ostream& out, std::ostream& err
     generate.settings.exportOptions.manifest = false;
     generate.outputDir = options.outputDir;
     generate.exportTempo = manifest.exportRecord.tagTempoBpm;
+    generate.settings.meterOverrides[generate.settings.selectedPath] = manifest.exportRecord.tagBeatsPerBar;
     if (manifest.exportRecord.kit)
         generate.kitDir = model::joinPath(options.outputDir, model::kitFolderName);
     return generateAndExport(generate, std::move(read), manifest.variationSha256, out, err);
@@ -323,7 +336,8 @@ int runInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
             array.push_back({{"file", file}, {"frames", frames}, {"sampleRate", wav.sampleRate},
                              {"channels", wav.channels}, {"bitsPerSample", wav.bitsPerSample},
                              {"audioFormat", wav.audioFormat}, {"seconds", seconds},
-                             {"bpm", tempo ? Json(tempo->bpm) : nullptr}, {"bars", tempo ? Json(tempo->bars) : nullptr}});
+                             {"bpm", tempo ? Json(tempo->bpm) : nullptr}, {"bars", tempo ? Json(tempo->bars) : nullptr},
+                             {"beatsPerBar", tempo ? Json(tempo->beatsPerBar) : nullptr}});
             continue;
         }
         char line[160];

@@ -124,7 +124,8 @@ std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) c
     if (corrected == tempoOverrides_.end())
         return known == loopTempos_.end() ? std::nullopt : known->second.estimate;
     if (known != loopTempos_.end())
-        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate))
+        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate,
+                                       known->second.estimate ? known->second.estimate->beatsPerBar : 4))
             return tempo;
     return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
 }
@@ -259,7 +260,7 @@ void AppModel::recordLoadedFacts(const std::optional<audio::WavData>& loaded, st
 
 void AppModel::setTempoOverride(const std::string& path, std::optional<double> bpm) {
     if (bpm && !(*bpm >= chop::minTempoBpm && *bpm <= chop::maxTempoBpm)) {
-        setStatus("Tempo must be from 20 to 999 BPM.");
+        setStatus("Tempo must be from " + chop::tempoRangeText() + " BPM.");
         return;
     }
     if (bpm)

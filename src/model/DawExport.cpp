@@ -69,7 +69,8 @@ struct NoteEvent {
     int note;
 };
 
-audio::Bytes midiFile(const std::vector<NoteEvent>& unordered, double bpm, const std::string& trackName) {
+audio::Bytes midiFile(const std::vector<NoteEvent>& unordered, const chop::TempoEstimate& tempo,
+                      const std::string& trackName) {
     std::vector<NoteEvent> events = unordered;
     // A note ends before the next begins on the same tick.
     std::stable_sort(events.begin(), events.end(), [](const NoteEvent& a, const NoteEvent& b) {
@@ -84,11 +85,13 @@ audio::Bytes midiFile(const std::vector<NoteEvent>& unordered, double bpm, const
         track.insert(track.end(), body.begin(), body.end());
     };
     meta(0x03, trackName);
-    const auto microsPerQuarter = static_cast<std::uint32_t>(std::llround(60'000'000.0 / bpm));
-    const char tempo[3] = {static_cast<char>(microsPerQuarter >> 16), static_cast<char>(microsPerQuarter >> 8),
-                           static_cast<char>(microsPerQuarter)};
-    meta(0x51, std::string_view(tempo, 3));
-    meta(0x58, std::string_view("\x04\x02\x18\x08", 4));
+    const auto microsPerQuarter = static_cast<std::uint32_t>(std::llround(60'000'000.0 / tempo.bpm));
+    const char quarter[3] = {static_cast<char>(microsPerQuarter >> 16), static_cast<char>(microsPerQuarter >> 8),
+                             static_cast<char>(microsPerQuarter)};
+    meta(0x51, std::string_view(quarter, 3));
+    // beatsPerBar/4, a click every quarter note (24 clocks), 8 32nd notes to the quarter.
+    const char signature[4] = {static_cast<char>(std::clamp<std::int64_t>(tempo.beatsPerBar, 1, 127)), 2, 24, 8};
+    meta(0x58, std::string_view(signature, 4));
     std::int64_t now = 0;
     for (const NoteEvent& event : events) {
         appendVarLen(track, static_cast<std::uint64_t>(event.tick - now));
@@ -126,12 +129,13 @@ std::int64_t ticksAt(audio::FrameIndex frame, double bpm, std::uint32_t sampleRa
 }
 
 audio::LoopTags loopTagsFor(std::size_t pcmBytes, std::span<const chop::Placement> placements,
-                            const audio::WavData& format, double bpm) {
+                            const audio::WavData& format, const chop::TempoEstimate& tempo) {
     audio::LoopTags tags;
-    tags.bpm = bpm;
+    tags.bpm = tempo.bpm;
+    tags.beatsPerBar = tempo.beatsPerBar;
     const audio::FrameCount frames = audio::frameCount(pcmBytes, format.blockAlign);
     const double seconds = format.sampleRate == 0 ? 0.0 : static_cast<double>(frames) / format.sampleRate;
-    tags.beats = std::max<std::int64_t>(1, std::llround(seconds * bpm / 60.0));
+    tags.beats = std::max<std::int64_t>(1, std::llround(seconds * tempo.bpm / 60.0));
     for (const chop::Placement& placement : placements)
         if (placement.byteCount > 0)
             tags.cues.push_back({placement.byteOffset / std::max<std::int64_t>(1, format.blockAlign),
@@ -140,7 +144,9 @@ audio::LoopTags loopTagsFor(std::size_t pcmBytes, std::span<const chop::Placemen
 }
 
 std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loops, const audio::WavData& format,
-                                   const std::string& stem, double bpm, const std::string& number) {
+                                   const std::string& stem, const chop::TempoEstimate& tempo,
+                                   const std::string& number) {
+    const double bpm = tempo.bpm;
     // Every distinct slice, where it was first placed, then in pool order.
     struct Found {
         const GeneratedLoop* loop;
@@ -198,7 +204,7 @@ std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loop
             events.push_back({start, true, note});
             events.push_back({std::max(end, start + 1), false, note});
         }
-        files.push_back({withoutExtension(loop->name) + number + ".mid", midiFile(events, bpm, withoutExtension(loop->name))});
+        files.push_back({withoutExtension(loop->name) + number + ".mid", midiFile(events, tempo, withoutExtension(loop->name))});
     }
     return files;
 }

@@ -113,7 +113,7 @@ audio::Bytes exportedFileBytes(const audio::WavData& format, std::span<const std
     if (!tags || !usableTempo(tagTempo))
         return audio::buildWavFileData(format, pcm);
     return audio::buildWavFileData(format, pcm,
-                                   audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, tagTempo->bpm),
+                                   audio::loopTagChunks(loopTagsFor(pcm.size(), placements, format, *tagTempo),
                                                         format, audio::frameCount(pcm.size(), format.blockAlign)));
 }
 
@@ -141,7 +141,7 @@ ExportResult exportRun(const ExportJob& job) {
         kitLoops.push_back(variation.loop);
     std::vector<KitFile> kitFiles;
     if (kit)
-        kitFiles = buildSliceKit(kitLoops, job.format, stem, job.tagTempo->bpm);
+        kitFiles = buildSliceKit(kitLoops, job.format, stem, *job.tagTempo);
 
     std::string manifestFolder;
     if (manifest) {
@@ -222,12 +222,14 @@ ExportResult exportRun(const ExportJob& job) {
                 names.push_back(file.name);
             kitNumber = freeGroupNumber(*job.kitDir, names, 1);
             if (kitNumber > 1)
-                kitFiles = buildSliceKit(kitLoops, job.format, stem, job.tagTempo->bpm, groupSuffix(kitNumber));
+                kitFiles = buildSliceKit(kitLoops, job.format, stem, *job.tagTempo, groupSuffix(kitNumber));
         }
         writeKit();
         if (manifest) {
             const std::string json =
-                manifestJson(run, chosen, ExportRecord{result.tagTempoBpm, kit, options.keepExisting});
+                manifestJson(run, chosen,
+                             ExportRecord{result.tagTempoBpm, kit, options.keepExisting,
+                                          tags || kit ? job.tagTempo->beatsPerBar : std::int64_t{4}});
             writeTemporary(files.back(), std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()));
         }
 
@@ -256,7 +258,7 @@ ExportResult exportRun(const ExportJob& job) {
                 for (const PendingFile& file : kitPart)
                     names.push_back(file.name);
                 kitNumber = freeGroupNumber(*job.kitDir, names, kitNumber + 1);
-                kitFiles = buildSliceKit(kitLoops, job.format, stem, job.tagTempo->bpm, groupSuffix(kitNumber));
+                kitFiles = buildSliceKit(kitLoops, job.format, stem, *job.tagTempo, groupSuffix(kitNumber));
                 writeKit();
             }
         } else {
@@ -285,7 +287,7 @@ ExportResult exportRun(const ExportJob& job) {
     result.status = "Exported " + std::to_string(chosen.size()) + " loop(s) to " + job.outputDir;
     const bool tempoMissing = (options.tags || kitAsked) && !tempoUsable;
     if (tempoMissing) {
-        result.skipped = (job.tagTempo ? "the tempo " + chop::tempoText(*job.tagTempo) + " is outside 20 to 999 BPM"
+        result.skipped = (job.tagTempo ? "the tempo " + chop::tempoText(*job.tagTempo) + " is outside " + chop::tempoRangeText() + " BPM"
                                        : std::string("the loop's tempo is unknown"))
                          + (!kitAsked     ? ", so no tags were written."
                             : options.tags ? ", so no tags and no slice kit were written."

@@ -147,9 +147,11 @@ std::string manifestJson(const RunRecord& run, std::span<const ExportedVariation
     }
     manifest["variations"] = std::move(variations);
     manifest["export"] = {{"tags", exportRecord.tagTempoBpm.has_value()}, {"kit", exportRecord.kit}};
-    // Absent means off, so a manifest of the default export reads as before.
+    // Absent means off (or 4/4), so a manifest of the default export reads as before.
     if (exportRecord.keepExisting)
         manifest["export"]["keepExisting"] = true;
+    if (exportRecord.tagBeatsPerBar != 4)
+        manifest["export"]["tagBeatsPerBar"] = exportRecord.tagBeatsPerBar;
     if (exportRecord.tagTempoBpm)
         manifest["export"]["tagTempo"] = *exportRecord.tagTempoBpm;
     return manifest.dump(2) + "\n";
@@ -209,9 +211,7 @@ Manifest parseManifest(std::string_view input) {
             refuse("\"tempoOverrides\" in " + inSettings + " is not a set of files and tempos");
         for (const auto& [path, bpm] : overrides.items()) {
             if (!bpm.is_number() || !(bpm.get<double>() >= chop::minTempoBpm && bpm.get<double>() <= chop::maxTempoBpm))
-                refuse("the tempo of " + path + " in \"tempoOverrides\" is not from "
-                       + std::to_string(static_cast<int>(chop::minTempoBpm)) + " to "
-                       + std::to_string(static_cast<int>(chop::maxTempoBpm)) + " BPM");
+                refuse("the tempo of " + path + " in \"tempoOverrides\" is not from " + chop::tempoRangeText() + " BPM");
             request.tempoOverrides[path] = bpm.get<double>();
         }
     }
@@ -256,13 +256,13 @@ Manifest parseManifest(std::string_view input) {
         if (flag(options, "tags", inExport)) {
             const Json& bpm = member(options, "tagTempo", inExport);
             if (!bpm.is_number() || !(bpm.get<double>() >= chop::minTempoBpm && bpm.get<double>() <= chop::maxTempoBpm))
-                refuse("\"tagTempo\" in " + inExport + " is not a tempo from "
-                       + std::to_string(static_cast<int>(chop::minTempoBpm)) + " to "
-                       + std::to_string(static_cast<int>(chop::maxTempoBpm)) + " BPM");
+                refuse("\"tagTempo\" in " + inExport + " is not a tempo from " + chop::tempoRangeText() + " BPM");
             result.exportRecord.tagTempoBpm = bpm.get<double>();
         }
         result.exportRecord.kit = flag(options, "kit", inExport);
         result.exportRecord.keepExisting = flag(options, "keepExisting", inExport);
+        if (options.contains("tagBeatsPerBar"))
+            result.exportRecord.tagBeatsPerBar = integer(options, "tagBeatsPerBar", inExport, 3, 4);
     }
     request.exportOptions = {.manifest = true,
                              .keepExisting = result.exportRecord.keepExisting,

@@ -28,6 +28,7 @@ struct ExportRecord {
     std::optional<double> tagTempoBpm;
     bool kit = false;
     bool keepExisting = false;
+    std::int64_t tagBeatsPerBar = 4; ///< the meter of the tags' and the kit's tempo
 
     bool operator==(const ExportRecord&) const = default;
 };

@@ -43,6 +43,9 @@ struct RunSettings {
     bool matchFormats = false; ///< convert the other loops of a mashup to the reference's format first
     bool matchTempo = false;   ///< stretch the other loops of a mashup to the reference's tempo first
     std::map<std::string, double> tempoOverrides; ///< the user's tempo of a file, in BPM, over the estimate
+    /// The user's meter of a file, in quarter notes a bar (3 or 4), over the
+    /// estimate; it shapes only the tags and the kit's MIDI files.
+    std::map<std::string, std::int64_t> meterOverrides;
     ExportOptions exportOptions;
     /// Variation numbers (from 1) ticked for export, ascending, no repeats;
     /// empty means every one.

@@ -453,7 +453,8 @@ QWidget* ContentView::buildPanels() {
     sourceTempoField_->setObjectName(QStringLiteral("sourceTempoField"));
     sourceTempoField_->setFont(look::captionFont(font()));
     sourceTempoField_->setPlaceholderText(QStringLiteral("BPM"));
-    sourceTempoField_->setToolTip(QStringLiteral("Correct the loop's tempo (20 to 999 BPM); empty uses the estimate"));
+    sourceTempoField_->setToolTip(QString::fromStdString("Correct the loop's tempo (" + chop::tempoRangeText()
+                                                         + " BPM); empty uses the estimate"));
     sourceTempoField_->setFixedWidth(sourceTempoField_->fontMetrics().horizontalAdvance(QStringLiteral("000.0")) + 16);
     captionRow->addWidget(sourceTempoField_);
     connect(sourceTempoField_, &QLineEdit::editingFinished, this, [this] {

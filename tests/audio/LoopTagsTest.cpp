@@ -43,8 +43,9 @@ SF_VIRTUAL_IO memoryIo() {
     return io;
 }
 
-// A host reads the tempo, beats, loop and unity note we write, in every
-// layout we export, and our own reader still finds the samples behind them.
+// A host reads the tempo, beats, meter, loop and unity note we write, in
+// every layout we export, and our own reader still finds the samples behind
+// them.
 TEST(LoopTags, AreReadBackByLibsndfileAndSkippedByOurReader) {
     const std::pair<std::uint16_t, std::uint16_t> widths[] = {{1, 8}, {1, 16}, {1, 24}, {3, 32}};
     for (const auto& [format, bits] : widths) {
@@ -57,7 +58,8 @@ TEST(LoopTags, AreReadBackByLibsndfileAndSkippedByOurReader) {
                 pcm[i] = static_cast<std::uint8_t>(i * 7);
             const WavData wav = record(format, channels, blockAlign, bits);
             // An odd label length checks the padding inside the list.
-            const LoopTags tags{126.5, 2, {{0, "slice 01"}, {11025, "slice 07 reversed"}, {30000, "x"}}};
+            const std::int64_t meter = channels == 1 ? 4 : 3;
+            const LoopTags tags{126.5, 2, {{0, "slice 01"}, {11025, "slice 07 reversed"}, {30000, "x"}}, meter};
             const Bytes image = buildWavFileData(wav, pcm, loopTagChunks(tags, wav, frames));
 
             const WavData read = parseWav(image);
@@ -75,7 +77,7 @@ TEST(LoopTags, AreReadBackByLibsndfileAndSkippedByOurReader) {
             EXPECT_FLOAT_EQ(static_cast<float>(loop.bpm), 126.5f);
             EXPECT_EQ(loop.num_beats, 2);
             EXPECT_EQ(loop.loop_mode, SF_LOOP_FORWARD);
-            EXPECT_EQ(loop.time_sig_num, 4);
+            EXPECT_EQ(loop.time_sig_num, meter);
             EXPECT_EQ(loop.time_sig_den, 4);
             EXPECT_EQ(loop.root_key, 60);
             SF_INSTRUMENT instrument{};

@@ -295,11 +295,12 @@ TEST_F(Replay, SoundOptionsAreRecordedAndReplayedAndAbsentMeansOff) {
 TEST_F(Replay, ExportOptionsAreRecordedAndReplayedWithTheTagTempo) {
     const std::string amen = at("source/amen_s16.wav");
     const Outcome first = run({"generate", "--source", amen, "--seed", "3", "--variations", "3", "--pick", "1,3",
-                               "--tempo", amen + "=141.5", "--tags", "--kit", at("first/kit"), "--output",
+                               "--tempo", amen + "=141.5", "--meter", amen + "=6/8", "--tags", "--kit", at("first/kit"), "--output",
                                at("first"), "--manifest", at("run.json")});
     ASSERT_EQ(first.exitCode, 0) << first.err;
     const auto manifest = nlohmann::json::parse(readText(at("run.json")));
-    EXPECT_EQ(manifest["export"], nlohmann::json({{"tags", true}, {"kit", true}, {"tagTempo", 141.5}}));
+    EXPECT_EQ(manifest["export"],
+              nlohmann::json({{"tags", true}, {"kit", true}, {"tagTempo", 141.5}, {"tagBeatsPerBar", 3}}));
     EXPECT_EQ(manifest["settings"]["tempoOverrides"], nlohmann::json::object());
 
     const Outcome again = run({"replay", at("run.json"), "--output", at("again")});
@@ -454,13 +455,13 @@ TEST_F(CliInProcess, InfoDescribesEachFileAndExitsOneWhenTheReaderRefusesAny) {
     const Outcome text = run({"info", at("source/breakbeat_s16.wav"), at("notes.txt")});
     EXPECT_EQ(text.exitCode, 1);
     EXPECT_EQ(text.out, at("source/breakbeat_s16.wav")
-                            + ": PCM 16-bit, 2 ch, 44100 Hz, 84000 frames, 1.905 s, 126.0 BPM \u00b7 1 bar\n"
+                            + ": PCM 16-bit, 2 ch, 44100 Hz, 84000 frames, 1.905 s, 126.0 BPM \u00b7 4/4 \u00b7 1 bar\n"
                             + at("notes.txt") + ": WAV file is too small.\n");
 
     const Outcome json = run({"info", "--json", at("source/amen_f32.wav")});
     EXPECT_EQ(json.exitCode, 0);
     auto expected = nlohmann::json::parse(R"([{"file": "", "frames": 77321, "sampleRate": 44100, "channels": 2,
-        "bitsPerSample": 32, "audioFormat": 3, "seconds": 0, "bpm": 136.9, "bars": 1.0}])");
+        "bitsPerSample": 32, "audioFormat": 3, "seconds": 0, "bpm": 136.9, "bars": 1.0, "beatsPerBar": 4}])");
     expected[0]["file"] = at("source/amen_f32.wav");
     expected[0]["seconds"] = 77321.0 / 44100;
     EXPECT_EQ(nlohmann::json::parse(json.out), expected);

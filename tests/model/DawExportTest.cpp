@@ -29,6 +29,7 @@ struct ParsedMidi {
     int type = -1;
     int ticksPerBeat = 0;
     std::int64_t microsPerQuarter = 0;
+    int beatsPerBar = 0, beatUnit = 0; // the time signature
     std::vector<MidiNote> notes;
 };
 
@@ -41,6 +42,7 @@ ParsedMidi parseWithMido(const std::string& path) {
         "for m in f.tracks[0]:\n"
         "    t += m.time\n"
         "    if m.type == 'set_tempo': print('tempo', m.tempo)\n"
+        "    elif m.type == 'time_signature': print('meter', m.numerator, m.denominator)\n"
         "    elif m.type == 'note_on' and m.velocity > 0: on[m.note] = t\n"
         "    elif m.type in ('note_off', 'note_on'): print('note', on.pop(m.note), t - 0, m.note)\n";
     // Debian's interpreter, where python3-mido is installed, whatever else is on PATH.
@@ -62,6 +64,8 @@ ParsedMidi parseWithMido(const std::string& path) {
     while (in >> word) {
         if (word == "tempo") {
             in >> parsed.microsPerQuarter;
+        } else if (word == "meter") {
+            in >> parsed.beatsPerBar >> parsed.beatUnit;
         } else {
             MidiNote note;
             std::int64_t end = 0;
@@ -103,7 +107,7 @@ TEST_F(DawExport, TaggedFilesCarryTheTempoAndACueAtEverySliceAndStillReadBack) {
         const audio::Bytes file = audio::readWholeFile(outcome.files[i]);
         EXPECT_EQ(file, m.exportedBytes(loop));
         EXPECT_EQ(audio::parseWav(file).pcmData, loop.pcmData);
-        const audio::LoopTags tags = loopTagsFor(loop.pcmData.size(), loop.placements, *m.sourceWavData(), tempo->bpm);
+        const audio::LoopTags tags = loopTagsFor(loop.pcmData.size(), loop.placements, *m.sourceWavData(), *tempo);
         EXPECT_EQ(tags.cues.size(), loop.placements.size());
         EXPECT_EQ(tags.cues.front().frame, 0);
         EXPECT_EQ(tags.cues.front().label.substr(0, 6), "slice ");
@@ -136,7 +140,7 @@ TEST_F(DawExport, ADragCarriesWhatExportWouldWriteAndAFailedOneSaysWhy) {
     EXPECT_EQ(file, m.exportedSourceBytes());
     EXPECT_EQ(audio::parseWav(file).pcmData, m.sourceWavData()->pcmData);
     const audio::WavData& format = *m.sourceWavData();
-    const audio::LoopTags tags = loopTagsFor(format.pcmData.size(), {}, format, m.tempoFor(*m.selectedFile())->bpm);
+    const audio::LoopTags tags = loopTagsFor(format.pcmData.size(), {}, format, *m.tempoFor(*m.selectedFile()));
     EXPECT_TRUE(tags.cues.empty());
     const audio::FrameCount frames = audio::frameCount(format.pcmData.size(), format.blockAlign);
     EXPECT_EQ(file, audio::buildWavFileData(format, format.pcmData, audio::loopTagChunks(tags, format, frames)));
@@ -206,6 +210,8 @@ TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
             EXPECT_EQ(midi.type, 0);
             EXPECT_EQ(midi.ticksPerBeat, 480);
             EXPECT_EQ(midi.microsPerQuarter, std::llround(60e6 / tempo->bpm));
+            EXPECT_EQ(midi.beatsPerBar, 4);
+            EXPECT_EQ(midi.beatUnit, 4);
             ASSERT_EQ(midi.notes.size(), loop.placements.size());
             audio::Bytes rendered;
             for (std::size_t i = 0; i < midi.notes.size(); ++i) {
@@ -224,6 +230,24 @@ TEST_F(DawExport, EveryVariationPlaysBackFromTheKitByteForByte) {
             EXPECT_TRUE(rendered == loop.pcmData) << loop.name;
         }
     }
+}
+
+// A loop in three: its tags and the kit's MIDI files say 3/4.
+TEST_F(DawExport, TagsAndKitCarryAMeterOfThree) {
+    AppModel& m = withVariations(chop::ChopModel::grid, 1);
+    const GeneratedLoop& loop = m.generatedLoops()[0];
+    const chop::TempoEstimate inThree{m.tempoFor(*m.selectedFile())->bpm, 3, 1, 3};
+    EXPECT_EQ(loopTagsFor(loop.pcmData.size(), loop.placements, *m.sourceWavData(), inThree).beatsPerBar, 3);
+    int midiFiles = 0;
+    for (const KitFile& file : buildSliceKit({&loop}, *m.sourceWavData(), "k", inThree))
+        if (file.name.ends_with(".mid")) {
+            const ParsedMidi midi = parseWithMido(audio::test::writeFile(home + "/" + file.name, file.bytes));
+            EXPECT_EQ(midi.beatsPerBar, 3);
+            EXPECT_EQ(midi.beatUnit, 4);
+            EXPECT_EQ(midi.notes.size(), loop.placements.size());
+            ++midiFiles;
+        }
+    EXPECT_EQ(midiFiles, 1);
 }
 
 // The window's option puts the kit in the output folder; under Keep both a

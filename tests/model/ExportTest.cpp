@@ -197,7 +197,7 @@ TEST(ExportRun, ConcurrentKeepBothKitsEachPlayTheirOwnSlices) {
         other.join();
         for (int r = 0; r < 2; ++r) {
             std::vector<const GeneratedLoop*> loops{&runs[r].loops[0], &runs[r].loops[1]};
-            const std::vector<KitFile> own = buildSliceKit(loops, runs[r].reference, "x", tempo->bpm);
+            const std::vector<KitFile> own = buildSliceKit(loops, runs[r].reference, "x", *tempo);
             const auto sfz = std::find_if(results[r].kitFiles.begin(), results[r].kitFiles.end(),
                                           [](const std::string& path) { return path.ends_with(".sfz"); });
             ASSERT_NE(sfz, results[r].kitFiles.end());

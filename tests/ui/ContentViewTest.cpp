@@ -340,7 +340,7 @@ private slots:
         const auto rowTempo = [this](int row) {
             return sourceList()->model()->index(row, 0).data(ui::SourceList::tempoRole).toString();
         };
-        const QString amen = QString::fromUtf8("136.9 BPM \u00b7 1 bar");
+        const QString amen = QString::fromUtf8("136.9 BPM \u00b7 4/4 \u00b7 1 bar");
         QCOMPARE(find<QLabel>("sourceTempo")->text(), amen);
         QCOMPARE(rowTempo(0), amen);
         QCOMPARE(rowTempo(1), QString()); // not decoded yet
@@ -350,7 +350,7 @@ private slots:
         QTest::keyClicks(field, "68.45");
         QSignalSpy changed(sourceList()->model(), &QAbstractItemModel::dataChanged);
         QTest::keyClick(field, Qt::Key_Return);
-        const QString corrected = QString::fromUtf8("68.5 BPM \u00b7 0.5 bars");
+        const QString corrected = QString::fromUtf8("68.5 BPM \u00b7 4/4 \u00b7 0.5 bars");
         QCOMPARE(find<QLabel>("sourceTempo")->text(), corrected);
         QCOMPARE(rowTempo(0), corrected);
         // That row alone is told to repaint.
@@ -541,7 +541,7 @@ private slots:
         platform_->tasks.drain();
         QCOMPARE(resets.size(), 0); // the facts repaint the rows, never replace them
         QCOMPARE(b(Qt::AccessibleDescriptionRole), QString::fromUtf8("1.8 s \u00b7 16-bit stereo 44100 Hz"));
-        QCOMPARE(b(ui::SourceList::tempoRole), QString::fromUtf8("136.9 BPM \u00b7 1 bar"));
+        QCOMPARE(b(ui::SourceList::tempoRole), QString::fromUtf8("136.9 BPM \u00b7 4/4 \u00b7 1 bar"));
         QCOMPARE(sourceData("c.wav", Qt::ToolTipRole).toString(), QStringLiteral("Invalid WAV header."));
         QCOMPARE(sourceData("c.wav", Qt::AccessibleDescriptionRole).toString(),
                  QString::fromUtf8("\u26a0 Invalid WAV header."));
