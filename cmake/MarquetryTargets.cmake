@@ -49,5 +49,8 @@ function(marquetry_add_test name)
   include(GoogleTest)
   # Names carry the cases' own labels; printed parameter values would make
   # them long and, for structs holding pointers, different on every run.
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 NO_PRETTY_VALUES)
+  # Files an export replaces go to the Trash: the build's own, never the
+  # user's.
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 NO_PRETTY_VALUES
+                       PROPERTIES ENVIRONMENT "XDG_DATA_HOME=${CMAKE_BINARY_DIR}/test-data-home")
 endfunction()

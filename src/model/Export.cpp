@@ -5,6 +5,7 @@
 #include "model/FileSystem.hpp"
 #include "model/Manifest.hpp"
 #include "model/Sha256.hpp"
+#include "model/Trash.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -271,9 +272,32 @@ ExportResult exportRun(const ExportJob& job) {
         rollBack(files);
         throw;
     }
-    for (PendingFile& file : files)
-        if (file.replaced)
-            ::unlink(file.replaced->c_str());
+    // What the export replaced goes to the Trash, so that no keeper is ever
+    // lost; where the Trash cannot take it, it stays beside its new version
+    // under the next free Keep both name.
+    std::string trashRefusal;
+    for (PendingFile& file : files) {
+        if (!file.replaced)
+            continue;
+        const TrashOutcome trashed = moveToTrash(*file.replaced, file.published);
+        if (trashed) {
+            result.trashed.push_back(file.published);
+            continue;
+        }
+        trashRefusal = trashed.failure;
+        try {
+            for (std::uint64_t n = 2;; ++n) {
+                const std::string path = joinPath(file.folder, numberedName(file.name, n));
+                if (!exists(path) && publishWithoutReplacing(*file.replaced, path)) {
+                    result.keptReplaced.push_back(path);
+                    break;
+                }
+            }
+        } catch (const std::system_error&) {
+            // The old file still has its hidden name; say where it is.
+            result.keptReplaced.push_back(*file.replaced);
+        }
+    }
 
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (i < firstKitFile)
@@ -285,6 +309,13 @@ ExportResult exportRun(const ExportJob& job) {
     }
 
     result.status = "Exported " + std::to_string(chosen.size()) + " loop(s) to " + job.outputDir;
+    if (kit)
+        result.status += " and a slice kit to " + *job.kitDir;
+    if (!result.trashed.empty())
+        result.status += "; " + std::to_string(result.trashed.size()) + " replaced file(s) moved to the Trash";
+    if (!result.keptReplaced.empty())
+        result.status += "; " + std::to_string(result.keptReplaced.size()) + " replaced file(s) kept beside them ("
+                         + trashRefusal + ")";
     const bool tempoMissing = (options.tags || kitAsked) && !tempoUsable;
     if (tempoMissing) {
         result.skipped = (job.tagTempo ? "the tempo " + chop::tempoText(*job.tagTempo) + " is outside " + chop::tempoRangeText() + " BPM"
@@ -293,8 +324,6 @@ ExportResult exportRun(const ExportJob& job) {
                             : options.tags ? ", so no tags and no slice kit were written."
                                            : ", so no slice kit was written.");
         result.status += "; " + *result.skipped;
-    } else if (kit) {
-        result.status += " and a slice kit to " + *job.kitDir;
     }
     return result;
 }

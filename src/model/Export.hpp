@@ -49,6 +49,8 @@ struct ExportResult {
     std::optional<std::string> manifest; ///< the manifest, if one was written
     std::optional<double> tagTempoBpm;   ///< the tempo written into tags, if tags were written
     std::optional<std::string> skipped;  ///< what was asked for but not written, and why, as a sentence
+    std::vector<std::string> trashed;    ///< the paths whose old files went to the Trash
+    std::vector<std::string> keptReplaced; ///< where old files the Trash could not take were kept
     std::string status;                  ///< the status line that reports it
 };
 
@@ -67,8 +69,10 @@ public:
 /// removes the temporaries. Refused before the first byte: a target that
 /// is a source of the run (ExportRefusal), or that two files of the export
 /// share, and folders that cannot be made or written. A name already taken
-/// is replaced, or under options.keepExisting the file takes the next free
-/// NAME-2, NAME-3, ... at the moment it is published, so concurrent exports
+/// is replaced, its old file moved to the Trash (see moveToTrash) or, where
+/// the Trash cannot take it, kept beside the new one under the next free
+/// NAME-2, NAME-3, ...; under options.keepExisting the new file takes the
+/// next free name at the moment it is published, so concurrent exports
 /// never share a name, and a kit takes one number for all its files.
 /// Throws ExportRefusal, or std::system_error and the writers' errors with
 /// their own descriptions. Any thread; reads only its inputs.

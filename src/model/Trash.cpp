@@ -95,8 +95,9 @@ bool writeWhole(int descriptor, const std::string& text) {
 
 } // namespace
 
-TrashOutcome moveToTrash(const std::string& path) {
-    const std::string name = fileName(path);
+TrashOutcome moveToTrash(const std::string& path, const std::string& originalPath) {
+    const std::string& restoredPath = originalPath.empty() ? path : originalPath;
+    const std::string name = fileName(restoredPath);
     const auto refuse = [&name](const std::string& why) {
         return TrashOutcome{std::nullopt, "Cannot move " + name + " to the Trash: " + why};
     };
@@ -122,8 +123,8 @@ TrashOutcome moveToTrash(const std::string& path) {
         return refuse("it is on another drive than the Trash.");
 
     std::error_code error;
-    const fs::path absolute = fs::absolute(pathFromText(path), error).lexically_normal();
-    const std::string original = error ? path : pathText(absolute);
+    const fs::path absolute = fs::absolute(pathFromText(restoredPath), error).lexically_normal();
+    const std::string original = error ? restoredPath : pathText(absolute);
     const std::string record =
         "[Trash Info]\nPath=" + escapedPath(original) + "\nDeletionDate=" + localTimeNow() + "\n";
 

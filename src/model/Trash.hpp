@@ -22,7 +22,10 @@ struct TrashOutcome {
 /// trash folders are created, readable by the user alone. A file on another
 /// file system than the home trash is refused rather than copied, as is
 /// anything but a regular file; nothing is changed then. Never throws. Any
-/// thread, but one move of the same name at a time.
-TrashOutcome moveToTrash(const std::string& path);
+/// thread, but one move of the same name at a time. With `originalPath`,
+/// the file at `path` is trashed as the one that was at `originalPath`
+/// (under its name, to be restored there): a file that has just been
+/// replaced, kept until then under a hidden link beside its new version.
+TrashOutcome moveToTrash(const std::string& path, const std::string& originalPath = {});
 
 } // namespace marquetry::model

@@ -27,6 +27,21 @@ using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 using audio::test::counting;
 
+// A small file system of its own, unmounted again at the end; none where
+// this process may not mount one.
+struct ScratchMount {
+    std::string path;
+    bool mounted = false;
+    ScratchMount(std::string at, const char* options, unsigned long flags = 0) : path(std::move(at)) {
+        fs::create_directories(path);
+        mounted = ::mount("tmpfs", path.c_str(), "tmpfs", flags, options) == 0;
+    }
+    ~ScratchMount() {
+        if (mounted)
+            ::umount2(path.c_str(), MNT_DETACH);
+    }
+};
+
 class AppModelExport : public ModelTest {
 protected:
     AppModel& withVariations(std::int64_t count) {
@@ -81,12 +96,32 @@ TEST_F(AppModelExport, WritesExactlyTheTickedVariationsIntoTheExpandedFolder) {
     EXPECT_THAT(settings.values, IsEmpty());
 }
 
-TEST_F(AppModelExport, ReplacesAnExistingFileWhole) {
+// The file replaced goes to the Trash, to be restored where it was; where
+// the Trash cannot take it (another drive), it stays beside the new one.
+TEST_F(AppModelExport, ReplacesAnExistingFileWholeAndTrashesTheOldOne) {
     AppModel& m = withVariations(1);
-    addFile(nameOf(0), audio::Bytes(2 * fileOf(0).size(), 0xEE), outputFolder());
+    const audio::Bytes old(2 * fileOf(0).size(), 0xEE);
+    addFile(nameOf(0), old, outputFolder());
+    const std::string trash = home + "/data/Trash";
+    ::setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
     m.exportSelected();
+    EXPECT_EQ(m.status(), "Exported 1 loop(s) to " + outputFolder() + "; 1 replaced file(s) moved to the Trash");
     EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + nameOf(0)), fileOf(0));
     EXPECT_THAT(namesIn(outputFolder()), ElementsAre(nameOf(0)));
+    EXPECT_EQ(audio::readWholeFile(trash + "/files/" + nameOf(0)), old);
+    EXPECT_THAT(audio::test::readText(trash + "/info/" + nameOf(0) + ".trashinfo"),
+                ::testing::HasSubstr("\nPath=" + outputFolder() + "/" + nameOf(0) + "\n"));
+
+    const ScratchMount otherDrive(home + "/drive", "size=8m");
+    if (!otherDrive.mounted)
+        GTEST_SKIP() << "cannot mount a tmpfs here (" << std::strerror(errno) << ") for a drive without a Trash";
+    addFile(nameOf(0), old, otherDrive.path);
+    m.setOutputDir(otherDrive.path);
+    m.exportSelected();
+    EXPECT_THAT(m.status(), ::testing::HasSubstr("; 1 replaced file(s) kept beside them (Cannot move "));
+    EXPECT_EQ(audio::readWholeFile(otherDrive.path + "/" + nameOf(0)), fileOf(0));
+    const std::string stem = nameOf(0).substr(0, nameOf(0).size() - 4);
+    EXPECT_EQ(audio::readWholeFile(otherDrive.path + "/" + stem + "-2.wav"), old);
 }
 
 // An export is one transaction: a file that cannot be written publishes
@@ -119,21 +154,6 @@ TEST_F(AppModelExport, AFailureOrARefusalPublishesNothingAndLeavesNoTemporaries)
     EXPECT_THAT(namesIn(sourceFolder()), ElementsAre("a.wav", nameOf(2)));
     EXPECT_EQ(audio::readWholeFile(sourceFolder() + "/" + nameOf(2)), source);
 }
-
-// A small file system of its own, unmounted again at the end; none where
-// this process may not mount one.
-struct ScratchMount {
-    std::string path;
-    bool mounted = false;
-    ScratchMount(std::string at, const char* options, unsigned long flags = 0) : path(std::move(at)) {
-        fs::create_directories(path);
-        mounted = ::mount("tmpfs", path.c_str(), "tmpfs", flags, options) == 0;
-    }
-    ~ScratchMount() {
-        if (mounted)
-            ::umount2(path.c_str(), MNT_DETACH);
-    }
-};
 
 ExportJob jobFor(const AppModel& m, std::string outputDir) {
     std::vector<std::int64_t> all;
