@@ -9,11 +9,15 @@
 #include "plugin/PreparedRun.hpp"
 #include "plugin/RunExchange.hpp"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <thread>
 
 START_NAMESPACE_DISTRHO
@@ -36,6 +40,8 @@ constexpr float maxVariations = 128;
 constexpr std::array<const char*, 8> statusLabels{"Playing", "Loading", "No loop", "Loop cannot be read",
                                                   "Seed is not a number", "Tempo unknown: notes only",
                                                   "Loop changed on disk", "Run failed"};
+
+constexpr double glitchSteps = 1000;
 
 // How long a parameter change waits at most before the worker sees it: the
 // audio thread only sets a flag, it never wakes a thread.
@@ -174,7 +180,7 @@ protected:
             return;
         const float old = values_[index].exchange(value);
         if (old != value && index != pVariation && index != pFollow)
-            dirty_.store(true);
+            requestRun();
     }
 
     String getState(const char* key) const override {
@@ -201,14 +207,14 @@ protected:
             } else if (name == stateKeys[sLoopSha256]) {
                 settings_.loopSha256 = value;
             }
-            dirty_.store(true);
+            requestRun();
         }
         wake_.notify_one();
     }
 
     void sampleRateChanged(double newSampleRate) override {
         sampleRate_.store(newSampleRate);
-        dirty_.store(true);
+        requestRun();
     }
 
     void run(const float**, float** outputs, std::uint32_t frames, const MidiEvent* midiEvents,
@@ -241,6 +247,12 @@ private:
         }
     }
 
+    // Real-time safe: the worker sees the flag within pollInterval.
+    void requestRun() {
+        dirty_.store(true);
+        status_.store(static_cast<int>(plugin::Status::loading));
+    }
+
     plugin::PluginSettings currentSettings() const {
         plugin::PluginSettings settings = settings_;
         const auto integer = [&](ParameterIndex index) { return static_cast<std::int64_t>(values_[index].load()); };
@@ -248,7 +260,9 @@ private:
             std::clamp<std::int64_t>(integer(pModel), 0, chop::allChopModels.size() - 1))];
         settings.slices = integer(pSlices);
         settings.variations = integer(pVariations);
-        settings.glitch = values_[pGlitch].load();
+        // A float parameter cannot hold 0.55; the window's slider steps in
+        // thousandths, and so does this, to give the command line's double.
+        settings.glitch = static_cast<double>(std::lround(values_[pGlitch].load() * glitchSteps)) / glitchSteps;
         settings.joinFadeMs = integer(pJoinFade);
         return settings;
     }
@@ -273,7 +287,8 @@ private:
             lock.unlock();
             std::unique_ptr<const plugin::PreparedRun> run = plugin::prepareRun(settings, rate);
             lock.lock();
-            if (!run->message.empty())
+            // A plugin just added has no loop yet: nothing to say.
+            if (!run->message.empty() && !settings.loopPath.empty())
                 d_stderr2("Marquetry: %s", run->message.c_str());
             prepared = settings;
             preparedRate = rate;
@@ -283,7 +298,10 @@ private:
                 settings_.loopSha256 = run->loopSha256;
                 prepared.loopSha256 = run->loopSha256;
             }
+            // A change that came in meanwhile keeps the status at loading.
             status_.store(static_cast<int>(run->status));
+            if (dirty_.load())
+                status_.store(static_cast<int>(plugin::Status::loading));
             exchange_.publish(std::move(run));
         }
     }
