@@ -16,7 +16,8 @@ std::size_t sampleWidth(const WavData& format) { return format.bitsPerSample / 8
 // 2^(bits - 1): the full scale of an integer sample.
 double fullScale(const WavData& format) { return std::ldexp(1.0, format.bitsPerSample - 1); }
 
-float readSample(const WavData& format, const std::uint8_t* p) {
+// `scale` is fullScale(format), worked out once per buffer rather than per sample.
+float readSample(const WavData& format, double scale, const std::uint8_t* p) {
     if (format.audioFormat == formatFloat) {
         float value;
         const std::uint32_t bits = static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8)
@@ -34,7 +35,7 @@ float readSample(const WavData& format, const std::uint8_t* p) {
     const unsigned unused = 32u - format.bitsPerSample;
     // Shifted up to the sign bit and back to sign-extend.
     const auto value = static_cast<std::int32_t>(bits << unused) >> unused;
-    return static_cast<float>(value / fullScale(format));
+    return static_cast<float>(value / scale);
 }
 
 void writeSample(const WavData& format, float x, std::uint8_t* p) {
@@ -117,10 +118,12 @@ std::vector<float> toFloat(const WavData& format, std::span<const std::uint8_t> 
         return {};
     const std::size_t frames = pcm.size() / format.blockAlign;
     const std::size_t width = sampleWidth(format);
+    const double scale = fullScale(format);
     std::vector<float> samples(frames * format.channels);
     for (std::size_t f = 0; f < frames; ++f)
         for (std::size_t c = 0; c < format.channels; ++c)
-            samples[f * format.channels + c] = readSample(format, pcm.data() + f * format.blockAlign + c * width);
+            samples[f * format.channels + c] =
+                readSample(format, scale, pcm.data() + f * format.blockAlign + c * width);
     return samples;
 }
 

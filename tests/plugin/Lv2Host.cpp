@@ -225,7 +225,7 @@ bool Lv2Host::waitWhile(const std::string& symbol, float busy) {
         render(impl_->blockFrames, 0);
         if (control(symbol) != busy)
             return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return false;
 }
