@@ -43,6 +43,10 @@ constexpr std::array<const char*, 8> statusLabels{"Playing", "Loading", "No loop
 
 constexpr double glitchSteps = 1000;
 
+// The longest a restore waits for its run; a larger run goes on in the
+// background and the plugin plays once it is ready.
+constexpr std::chrono::seconds restoreTimeLimit{60};
+
 // How long a parameter change waits at most before the worker sees it: the
 // audio thread only sets a flag, it never wakes a thread.
 constexpr std::chrono::milliseconds pollInterval{10};
@@ -65,6 +69,7 @@ public:
             stopping_ = true;
         }
         wake_.notify_one();
+        prepared_.notify_all();
         worker_.join();
     }
 
@@ -191,25 +196,31 @@ protected:
         return String();
     }
 
+    // Called by the host off the audio thread: on restoring a project, or on
+    // the host's worker when the user sets a state.
     void setState(const char* key, const char* value) override {
-        {
-            const std::lock_guard lock(mutex_);
-            const std::string_view name(key);
-            if (name == stateKeys[sLoop]) {
-                // A loop the user picks is taken as it is; a project's
-                // restore sets its checksum right after.
-                settings_.loopPath = value;
-                settings_.loopSha256.clear();
-            } else if (name == stateKeys[sSeed]) {
-                settings_.seedText = value;
-            } else if (name == stateKeys[sTempo]) {
-                settings_.tempoText = value;
-            } else if (name == stateKeys[sLoopSha256]) {
-                settings_.loopSha256 = value;
-            }
-            requestRun();
+        std::unique_lock lock(mutex_);
+        const std::string_view name(key);
+        if (name == stateKeys[sLoop]) {
+            // A loop the user picks is taken as it is; a project's restore
+            // sets its checksum right after.
+            settings_.loopPath = value;
+            settings_.loopSha256.clear();
+        } else if (name == stateKeys[sSeed]) {
+            settings_.seedText = value;
+        } else if (name == stateKeys[sTempo]) {
+            settings_.tempoText = value;
+        } else if (name == stateKeys[sLoopSha256]) {
+            settings_.loopSha256 = value;
         }
+        const std::uint64_t request = ++stateRequests_;
+        requestRun();
         wake_.notify_one();
+        // The checksum comes last in a restore: the run is made before the
+        // restore returns, so an offline render (an export) starts with the
+        // plugin ready rather than silent.
+        if (name == stateKeys[sLoopSha256])
+            prepared_.wait_for(lock, restoreTimeLimit, [&] { return stopping_ || stateRequestsDone_ >= request; });
     }
 
     void sampleRateChanged(double newSampleRate) override {
@@ -279,10 +290,14 @@ private:
             exchange_.collect();
             if (stopping_ || !dirty_.exchange(false))
                 continue;
+            const std::uint64_t requests = stateRequests_;
             const plugin::PluginSettings settings = currentSettings();
             const double rate = sampleRate_.load();
-            if (havePrepared && settings == prepared && rate == preparedRate)
+            if (havePrepared && settings == prepared && rate == preparedRate) {
+                stateRequestsDone_ = requests;
+                prepared_.notify_all();
                 continue;
+            }
             status_.store(static_cast<int>(plugin::Status::loading));
             lock.unlock();
             std::unique_ptr<const plugin::PreparedRun> run = plugin::prepareRun(settings, rate);
@@ -303,6 +318,8 @@ private:
             if (dirty_.load())
                 status_.store(static_cast<int>(plugin::Status::loading));
             exchange_.publish(std::move(run));
+            stateRequestsDone_ = requests;
+            prepared_.notify_all();
         }
     }
 
@@ -311,9 +328,12 @@ private:
     std::atomic<bool> dirty_{true};
     std::atomic<int> status_{static_cast<int>(plugin::Status::loading)};
 
-    mutable std::mutex mutex_; // guards settings_ and stopping_
+    mutable std::mutex mutex_; // guards the members up to stopping_
     std::condition_variable wake_;
+    std::condition_variable prepared_;
     plugin::PluginSettings settings_;
+    std::uint64_t stateRequests_ = 0;     // setState calls so far
+    std::uint64_t stateRequestsDone_ = 0; // of those, how many the published run includes
     bool stopping_ = false;
 
     plugin::RunExchange exchange_;

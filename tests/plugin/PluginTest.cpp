@@ -11,10 +11,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <regex>
 
 namespace marquetry::plugin {
 namespace {
@@ -228,6 +232,87 @@ TEST(Plugin, AllocatesNothingInItsAudioCallback) {
     host->setControl("variation", 2);
     host->render(2 * 44100, 90, {{10, 36, 127}});
     EXPECT_EQ(host->allocationsInRun(), 0);
+}
+
+// The exit status of a shell command.
+int shell(const std::string& command) {
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void replaceIn(const std::filesystem::path& path, const std::regex& pattern, const std::string& replacement) {
+    const std::string text = audio::test::readText(path);
+    ASSERT_TRUE(std::regex_search(text, pattern)) << path;
+    std::ofstream(path, std::ios::binary) << std::regex_replace(text, pattern, replacement);
+}
+
+TEST(Plugin, RendersInArdoursExportAsInTheHarnessAtTheLoopsTempo) {
+#ifdef MARQUETRY_SANITIZED
+    GTEST_SKIP() << "Ardour is not built with the sanitisers, so it cannot load this sanitised plugin";
+#endif
+    if (shell("command -v ardour7-lua && command -v ardour7-export") != 0)
+        GTEST_SKIP() << "ardour7-lua and ardour7-export are not installed (scripts/install-deps installs ardour)";
+    const Settings settings{"amen_s16.wav", chop::ChopModel::grid, 16, 10, "7"};
+    const double bpm = loopBpm(settings.loop);
+    const TemporaryFolder folder;
+    std::filesystem::create_directories(folder.path + "/lv2");
+    std::filesystem::create_directory_symlink(MARQUETRY_LV2_BUNDLE, folder.path + "/lv2/Marquetry.lv2");
+    const std::string env = "env XDG_CONFIG_HOME=" + shellQuoted(folder.path + "/config") + " XDG_CACHE_HOME="
+                            + shellQuoted(folder.path + "/cache") + " LV2_PATH=" + shellQuoted(folder.path + "/lv2");
+    const std::string log = folder.path + "/ardour.log";
+
+    // Ardour 7.3 now and then aborts while it makes a session: one more try
+    // before that counts as a failure.
+    const std::filesystem::path session = folder.path + "/session";
+    int status = -1;
+    for (int attempt = 0; attempt < 2 && status != 0 && status != 77; ++attempt) {
+        std::filesystem::remove_all(session);
+        status = shell(env + " timeout 120 ardour7-lua " + shellQuoted(MARQUETRY_ARDOUR_SESSION_SCRIPT) + " "
+                       + shellQuoted(session.string()) + " marquetry " + uri + " " + std::to_string(bpm)
+                       + " 44100 > " + shellQuoted(log) + " 2>&1");
+    }
+    if (status == 77)
+        GTEST_SKIP() << "Ardour could not start its None (Dummy) engine: " << audio::test::readText(log);
+    ASSERT_EQ(status, 0) << audio::test::readText(log);
+
+    // The state a user would have saved: the loop and the seed.
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(session / "plugins"))
+        if (entry.path().filename() == "state.ttl") {
+            replaceIn(entry.path(), std::regex("(#loop> )<>"), "$1<file://" + loopPath(settings.loop) + ">");
+            replaceIn(entry.path(), std::regex("(#seed> )\"\""), "$1\"" + settings.seed + "\"");
+        }
+    // A session without regions has no range to export: one of two seconds.
+    const std::int64_t frames = 2 * 44100;
+    const std::string text = audio::test::readText(session / "marquetry.ardour");
+    std::smatch clock;
+    ASSERT_TRUE(std::regex_search(text, clock, std::regex("superclocks-per-second=\"([0-9]+)\"")));
+    replaceIn(session / "marquetry.ardour", std::regex("<Locations/>"),
+              "<Locations><Location id=\"1000000\" name=\"session\" start=\"a0\" end=\"a"
+                  + std::to_string(frames * std::stoll(clock[1]) / 44100)
+                  + "\" flags=\"IsSessionRange\" locked=\"0\" timestamp=\"0\" cue=\"0\"/></Locations>");
+
+    const std::string exported = folder.path + "/export.wav";
+    // Ardour now and then exports a run of silence; a second export of the
+    // same session does not.
+    std::vector<float> samples;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        ASSERT_EQ(shell(env + " timeout 120 ardour7-export -b 24 -o " + shellQuoted(exported) + " "
+                        + shellQuoted(session.string()) + " marquetry > " + shellQuoted(log) + " 2>&1"),
+                  0)
+            << audio::test::readText(log);
+        const audio::WavData wav = audio::loadWav(exported);
+        samples = audio::toFloat(wav, wav.pcmData);
+        if (std::any_of(samples.begin(), samples.end(), [](float x) { return x != 0.0f; }))
+            break;
+    }
+    ASSERT_EQ(samples.size(), static_cast<std::size_t>(2 * frames));
+
+    const Lv2Host::Audio expected = readyHost(settings)->render(frames, bpm);
+    std::size_t wrong = 0;
+    for (std::size_t f = 0; f < static_cast<std::size_t>(frames); ++f)
+        wrong += samples[2 * f] != expected.left[f] || samples[2 * f + 1] != expected.right[f];
+    EXPECT_EQ(wrong, 0u) << "of " << frames << " frames";
+    EXPECT_GT(*std::max_element(samples.begin(), samples.end()), 0.1f) << "Ardour exported silence twice";
 }
 
 } // namespace
