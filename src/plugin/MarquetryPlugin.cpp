@@ -284,6 +284,7 @@ private:
         plugin::PluginSettings prepared;
         double preparedRate = 0;
         bool havePrepared = false;
+        int preparedStatus = static_cast<int>(plugin::Status::loading);
         std::unique_lock lock(mutex_);
         while (!stopping_) {
             wake_.wait_for(lock, pollInterval, [&] { return stopping_ || dirty_.load(); });
@@ -294,6 +295,10 @@ private:
             const plugin::PluginSettings settings = currentSettings();
             const double rate = sampleRate_.load();
             if (havePrepared && settings == prepared && rate == preparedRate) {
+                // Nothing changed after all: the run that plays stays, and so does its status.
+                status_.store(preparedStatus);
+                if (dirty_.load())
+                    status_.store(static_cast<int>(plugin::Status::loading));
                 stateRequestsDone_ = requests;
                 prepared_.notify_all();
                 continue;
@@ -314,7 +319,8 @@ private:
                 prepared.loopSha256 = run->loopSha256;
             }
             // A change that came in meanwhile keeps the status at loading.
-            status_.store(static_cast<int>(run->status));
+            preparedStatus = static_cast<int>(run->status);
+            status_.store(preparedStatus);
             if (dirty_.load())
                 status_.store(static_cast<int>(plugin::Status::loading));
             exchange_.publish(std::move(run));
