@@ -185,6 +185,20 @@ TEST(Plugin, AtTwiceTheLoopsTempoStartsEveryPlacementAtHalfItsFrame) {
         }
 }
 
+TEST(Plugin, AtAnotherSampleRateRepeatsTheResampledVariationEveryPass) {
+    const Settings settings = runs[0];
+    const auto host = readyHost(settings, 48000);
+    const TemporaryFolder folder;
+    exportWithCli(settings, folder.path);
+    const auto loopFrames = static_cast<double>(
+        stereoFloats(folder.path + "/" + model::variationName(settings.loop, settings.model, 1)).size() / 2);
+    const auto pass = static_cast<std::size_t>(std::llround(loopFrames * 48000 / 44100));
+    const Lv2Host::Audio audio = host->render(static_cast<std::int64_t>(2 * pass), loopBpm(settings.loop));
+    EXPECT_TRUE(std::equal(audio.left.begin(), audio.left.begin() + static_cast<std::ptrdiff_t>(pass),
+                           audio.left.begin() + static_cast<std::ptrdiff_t>(pass)));
+    EXPECT_GT(*std::max_element(audio.left.begin(), audio.left.end()), 0.1f);
+}
+
 TEST(Plugin, GivesTheSameOutputForTheSameStateTwice) {
     const Settings settings = runs[1];
     const std::vector<Lv2Host::Note> notes = {{100, 36, 100}, {5000, 38, 127}, {5001, 40, 90}};
