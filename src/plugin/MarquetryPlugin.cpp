@@ -57,6 +57,7 @@ public:
         for (std::uint32_t i = 0; i < pCount; ++i) {
             Parameter parameter;
             initParameter(i, parameter);
+            ranges_[i] = {parameter.ranges.def, parameter.ranges.min, parameter.ranges.max};
             values_[i].store(parameter.ranges.def);
         }
         sampleRate_.store(getSampleRate());
@@ -179,10 +180,13 @@ protected:
         return index < pCount ? values_[index].load() : 0.0f;
     }
 
-    // Called on the audio thread by some hosts: only atomics.
+    // Called on the audio thread by some hosts: only atomics. A value out of
+    // range (or NaN) is held to the range, so nothing later sees it.
     void setParameterValue(std::uint32_t index, float value) override {
         if (index >= pStatus)
             return;
+        const Range& range = ranges_[index];
+        value = std::isnan(value) ? range.def : std::clamp(value, range.min, range.max);
         const float old = values_[index].exchange(value);
         if (old != value && index != pVariation && index != pFollow)
             requestRun();
@@ -242,7 +246,7 @@ protected:
         const plugin::Transport transport{time.playing, static_cast<audio::FrameIndex>(time.frame),
                                           time.bbt.valid ? time.bbt.beatsPerMinute : 0.0};
         const plugin::PlayControls controls{values_[pFollow].load() >= 0.5f,
-                                            static_cast<std::int64_t>(values_[pVariation].load())};
+                                            std::llround(values_[pVariation].load())};
         player_.process(exchange_.acquire(), transport, controls, std::span(notes_.data(), count), outputs[0],
                         outputs[1], frames);
     }
@@ -266,9 +270,8 @@ private:
 
     plugin::PluginSettings currentSettings() const {
         plugin::PluginSettings settings = settings_;
-        const auto integer = [&](ParameterIndex index) { return static_cast<std::int64_t>(values_[index].load()); };
-        settings.model = chop::allChopModels[static_cast<std::size_t>(
-            std::clamp<std::int64_t>(integer(pModel), 0, chop::allChopModels.size() - 1))];
+        const auto integer = [&](ParameterIndex index) { return std::llround(values_[index].load()); };
+        settings.model = chop::allChopModels[static_cast<std::size_t>(integer(pModel))];
         settings.slices = integer(pSlices);
         settings.variations = integer(pVariations);
         // A float parameter cannot hold 0.55; the window's slider steps in
@@ -329,6 +332,10 @@ private:
         }
     }
 
+    struct Range {
+        float def = 0, min = 0, max = 0;
+    };
+    std::array<Range, pCount> ranges_{};
     std::array<std::atomic<float>, pCount> values_{};
     std::atomic<double> sampleRate_{0};
     std::atomic<bool> dirty_{true};
