@@ -58,9 +58,12 @@ BENCHMARK(BM_PluginCallbackOneSecond)->Args({100, 0})->Args({90, 0})->Args({100,
 // The baseline: the same frames copied from an interleaved float buffer
 // into the two output blocks, nothing else.
 void BM_FloatCopyOneSecond(benchmark::State& state) {
-    const std::vector<float>& samples = preparedRun().variations.front().samples;
+    const plugin::PlayableVariation& variation = preparedRun().variations.front();
+    const std::int64_t frames = variation.frames;
+    std::vector<float> samples;
+    for (std::int64_t f = 0; f < frames; ++f)
+        samples.insert(samples.end(), {variation.sample(f, 0), variation.sample(f, 1)});
     std::vector<float> left(blockFrames), right(blockFrames);
-    const auto frames = static_cast<std::int64_t>(samples.size() / 2);
     std::int64_t frame = 0;
     for (auto _ : state) {
         for (std::int64_t block = 0; block < blocksPerSecond; ++block) {

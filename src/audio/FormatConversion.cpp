@@ -123,10 +123,8 @@ std::vector<float> toFloat(const WavData& format, std::span<const std::uint8_t> 
     if (format.audioFormat == formatPcm && format.bitsPerSample == 16 && format.blockAlign == 2 * format.channels) {
         // The common layout, without the per-sample dispatch: the same values,
         // since dividing by a power of two is exact either way.
-        for (std::size_t i = 0; i < samples.size(); ++i) {
-            const auto value = static_cast<std::int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8));
-            samples[i] = static_cast<float>(value / 32768.0);
-        }
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            samples[i] = pcm16ToFloat(static_cast<std::int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8)));
         return samples;
     }
     for (std::size_t f = 0; f < frames; ++f)

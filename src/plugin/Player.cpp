@@ -93,7 +93,8 @@ void Player::startPlacement(audio::FrameIndex now) noexcept {
     const audio::FrameIndex end =
         index + 1 < variation_->placements.size() ? placementStart(index + 1) : passFrames_;
     const audio::FrameCount room = std::max<audio::FrameCount>(0, end - start);
-    follow_.samples = variation_->samples.data() + 2 * span.start;
+    follow_.source = variation_;
+    follow_.start = span.start;
     follow_.gain = 1;
     follow_.played = now - (passStart_ + start);
     if (span.frames <= room) {
@@ -123,7 +124,7 @@ void Player::startNote(const NoteOn& note) noexcept {
             voice = &candidate;
     }
     const SampleSpan& span = run_->kit[slice];
-    *voice = {run_->variations[span.variation].samples.data() + 2 * span.start, span.frames, 0, span.frames,
+    *voice = {&run_->variations[span.variation], span.start, span.frames, 0, span.frames,
               static_cast<float>(note.velocity) / 127.0f};
 }
 
@@ -131,17 +132,18 @@ void Player::render(Voice& voice, float* left, float* right, std::uint32_t frame
     const auto count = std::min<audio::FrameCount>(frames, voice.length - voice.played);
     if (count <= 0)
         return;
-    const float* in = voice.samples + 2 * voice.played;
+    const PlayableVariation& source = *voice.source;
+    const audio::FrameIndex from = voice.start + voice.played;
     const auto plain = std::clamp<audio::FrameCount>(voice.fadeFrom - voice.played, 0, count);
     for (audio::FrameCount i = 0; i < plain; ++i) {
-        left[i] += in[2 * i] * voice.gain;
-        right[i] += in[2 * i + 1] * voice.gain;
+        left[i] += source.sample(from + i, 0) * voice.gain;
+        right[i] += source.sample(from + i, 1) * voice.gain;
     }
     const auto fadeFrames = static_cast<float>(voice.length - voice.fadeFrom);
     for (audio::FrameCount i = plain; i < count; ++i) {
         const float gain = voice.gain * static_cast<float>(voice.length - voice.played - i) / fadeFrames;
-        left[i] += in[2 * i] * gain;
-        right[i] += in[2 * i + 1] * gain;
+        left[i] += source.sample(from + i, 0) * gain;
+        right[i] += source.sample(from + i, 1) * gain;
     }
     voice.played += count;
 }

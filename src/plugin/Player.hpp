@@ -48,7 +48,8 @@ public:
 
 private:
     struct Voice {
-        const float* samples = nullptr; // interleaved stereo
+        const PlayableVariation* source = nullptr;
+        audio::FrameIndex start = 0; // the voice's first frame in `source`
         audio::FrameCount length = 0;
         audio::FrameCount played = 0;
         audio::FrameCount fadeFrom = 0; // a fade to silence at the cut from here to `length`

@@ -32,31 +32,24 @@ std::optional<double> typedTempo(const std::string& text) {
     return bpm;
 }
 
-// A variation in float stereo at the host's rate, its placements moved with
-// it. At the loop's own rate the conversion is exact (k / 32768 for 16-bit)
-// and done in one pass; otherwise libsamplerate converts it, once, here.
-std::vector<float> stereoFloats(const audio::WavData& reference, const audio::Bytes& pcm, std::uint32_t rate) {
-    if (reference.sampleRate == rate && (reference.channels == 1 || reference.channels == 2)
-        && audio::isConvertible(reference)) {
-        std::vector<float> samples = audio::toFloat(reference, pcm);
-        if (reference.channels == 1) {
-            samples.resize(2 * samples.size());
-            for (std::size_t i = samples.size() / 2; i-- > 0;)
-                samples[2 * i] = samples[2 * i + 1] = samples[i];
-        }
-        return samples;
-    }
-    const audio::WavData stereo{audio::formatFloat, 2, rate, rate * 8, 8, 32, {}};
-    audio::WavData source = reference;
-    source.pcmData = pcm;
-    return audio::toFloat(stereo, audio::convertFormat(source, stereo).pcmData);
-}
-
-PlayableVariation playable(const audio::WavData& reference, const model::GeneratedLoop& loop, double sampleRate) {
+// A variation as the audio thread reads it (see PlayableVariation), its
+// placements moved with it; the run's bytes are taken, not copied.
+PlayableVariation playable(const audio::WavData& reference, model::GeneratedLoop& loop, double sampleRate) {
     const auto rate = static_cast<std::uint32_t>(std::lround(sampleRate));
     PlayableVariation variation;
-    variation.samples = stereoFloats(reference, loop.pcmData, rate);
-    variation.frames = static_cast<audio::FrameCount>(variation.samples.size() / 2);
+    if (reference.sampleRate == rate && reference.audioFormat == audio::formatPcm && reference.bitsPerSample == 16
+        && (reference.channels == 1 || reference.channels == 2) && reference.blockAlign == 2 * reference.channels) {
+        variation.channels = reference.channels;
+        variation.pcm = std::move(loop.pcmData);
+    } else {
+        // libsamplerate, once, here, never while playing.
+        const audio::WavData stereo{audio::formatFloat, 2, rate, rate * 8, 8, 32, {}};
+        audio::WavData source = reference;
+        source.pcmData = std::move(loop.pcmData);
+        variation.pcm = audio::convertFormat(source, stereo).pcmData;
+        variation.float32 = true;
+    }
+    variation.frames = static_cast<audio::FrameCount>(variation.pcm.size() / (variation.float32 ? 8u : 2u * variation.channels));
     const double scale = static_cast<double>(rate) / reference.sampleRate;
     const std::int64_t blockAlign = reference.blockAlign;
     const auto at = [&](std::int64_t byte) {
@@ -109,10 +102,8 @@ std::unique_ptr<const PreparedRun> prepareRun(const PluginSettings& settings, do
         run->loopSha256 = result.run.sources.front().sha256;
         run->sampleRate = sampleRate;
         run->variations.reserve(result.loops.size());
-        for (model::GeneratedLoop& loop : result.loops) {
+        for (model::GeneratedLoop& loop : result.loops)
             run->variations.push_back(playable(result.reference, loop, sampleRate));
-            audio::Bytes().swap(loop.pcmData); // the floats replace it: half the peak memory
-        }
 
         std::vector<const model::GeneratedLoop*> loops;
         for (const model::GeneratedLoop& loop : result.loops)

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "audio/FormatConversion.hpp"
 #include "audio/WavData.hpp"
 #include "chop/ChopModel.hpp"
 #include "model/Generation.hpp"
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,19 +37,42 @@ struct PluginSettings {
 /// off, the seed as typed.
 model::GenerationRequest generationRequest(const PluginSettings& settings);
 
-/// A slice of a run's material: `frames` stereo frames from `start` of one
-/// variation's samples.
+/// A slice of a run's material: `frames` frames from `start` of one
+/// variation.
 struct SampleSpan {
     std::size_t variation = 0;
     audio::FrameIndex start = 0;
     audio::FrameCount frames = 0;
 };
 
-/// One variation as the audio thread plays it.
+/// One variation as the audio thread plays it. 16-bit PCM (mono or stereo)
+/// at the host's rate is kept as the run made it and read as k / 32768 while
+/// it plays, so a run costs no more memory than the engine's output; any
+/// other layout or rate is converted once, when the run is made, to float
+/// stereo at the host's rate.
 struct PlayableVariation {
-    std::vector<float> samples;               ///< interleaved stereo at the host's rate
-    std::vector<SampleSpan> placements;       ///< one per placement, in playing order; they tile the samples
+    audio::Bytes pcm;
+    bool float32 = false;          ///< float stereo; else 16-bit PCM
+    std::uint16_t channels = 2;    ///< 1 or 2
+    std::vector<SampleSpan> placements; ///< one per placement, in playing order; they tile the frames
     audio::FrameCount frames = 0;
+
+    /// Channel `channel` (0 left, 1 right; mono gives both the same) at
+    /// `frame`, which the caller keeps below `frames`. Real-time safe.
+    float sample(audio::FrameIndex frame, int channel) const noexcept {
+        const std::size_t index = static_cast<std::size_t>(frame) * channels + (channels == 2 ? channel : 0);
+        if (!float32) {
+            const std::uint8_t* p = pcm.data() + 2 * index;
+            return audio::pcm16ToFloat(static_cast<std::int16_t>(p[0] | (p[1] << 8)));
+        }
+        const std::uint8_t* p = pcm.data() + 4 * index;
+        const std::uint32_t bits = static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8)
+                                   | (static_cast<std::uint32_t>(p[2]) << 16)
+                                   | (static_cast<std::uint32_t>(p[3]) << 24);
+        float value;
+        std::memcpy(&value, &bits, sizeof value);
+        return value;
+    }
 };
 
 /// A finished run, immutable once published to the audio thread. With a
@@ -63,9 +88,9 @@ struct PreparedRun {
 };
 
 /// Runs `settings` through the engine and turns the result into what the
-/// audio thread plays at `sampleRate`: every variation converted to float
-/// stereo (resampled when the loop's rate differs) with its placements, and
-/// the kit's slices. Bad input gives a run with its status and a sentence,
+/// audio thread plays at `sampleRate`: every variation (converted when it is
+/// not 16-bit PCM at that rate, resampled when the loop's rate differs) with
+/// its placements, and the kit's slices. Bad input gives a run with its status and a sentence,
 /// never an exception. Slow: call it on a worker thread, never the audio
 /// thread.
 std::unique_ptr<const PreparedRun> prepareRun(const PluginSettings& settings, double sampleRate, unsigned threads = 0);
