@@ -29,7 +29,10 @@ using namespace marquetry;
 enum ParameterIndex : std::uint32_t { pModel, pSlices, pVariations, pVariation, pGlitch, pJoinFade, pFollow, pStatus, pCount };
 enum StateIndex : std::uint32_t { sLoop, sSeed, sTempo, sLoopSha256, sCount };
 
-constexpr std::array<const char*, sCount> stateKeys{"loop", "seed", "tempo", "loop_sha256"};
+// Hosts restore states in this order (LV2) or in the keys' alphabetical order
+// (VST3): the checksum is last in both, which setState relies on.
+constexpr std::array<std::string_view, sCount> stateKeys{"loop", "seed", "tempo", "verified_sha256"};
+static_assert(std::is_sorted(stateKeys.begin(), stateKeys.end()));
 
 // The largest run a project can ask for; the engine takes any count, the
 // host needs a range.
@@ -148,7 +151,7 @@ protected:
     }
 
     void initState(std::uint32_t index, State& state) override {
-        state.key = stateKeys.at(index);
+        state.key = String(std::string(stateKeys.at(index)).c_str());
         switch (index) {
         case sLoop:
             state.hints = kStateIsFilenamePath;

@@ -233,7 +233,7 @@ TEST(Plugin, StaysSilentAndSaysWhyOnBadInput) {
 
 TEST(Plugin, SaysWhenTheLoopOnDiskNoLongerMatchesTheProjectAndStillPlays) {
     Lv2Host host(MARQUETRY_LV2_BUNDLE, uri, 44100, blockFrames);
-    host.restoreState({{"loop", loopPath("amen_s16.wav")}, {"seed", "3"}, {"loop_sha256", std::string(64, '0')}});
+    host.restoreState({{"loop", loopPath("amen_s16.wav")}, {"seed", "3"}, {"verified_sha256", std::string(64, '0')}});
     ASSERT_TRUE(host.waitWhile("status", static_cast<float>(Status::loading)));
     EXPECT_EQ(host.control("status"), static_cast<float>(Status::loopChanged));
     const Lv2Host::Audio audio = host.render(4096, 136.9);
