@@ -43,6 +43,7 @@ bench: build-release
 	build/release/bench/marquetry_stretch_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	build/release/bench/marquetry_window_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	build/release/bench/marquetry_tempo_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
+	build/release/bench/marquetry_plugin_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 	bench/cli-peak-memory build/release
 
 # Every libFuzzer target for FUZZ_SECONDS each, on a scratch copy of its seed

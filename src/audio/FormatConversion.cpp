@@ -19,7 +19,9 @@ double fullScale(const WavData& format) {
     return static_cast<double>(std::uint64_t{1} << (format.bitsPerSample - 1));
 }
 
-float readSample(const WavData& format, const std::uint8_t* p) {
+// `inverseScale` is 1 / fullScale(format), worked out once per buffer rather
+// than per sample.
+float readSample(const WavData& format, double inverseScale, const std::uint8_t* p) {
     if (format.audioFormat == formatFloat) {
         float value;
         const std::uint32_t bits = static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8)
@@ -37,7 +39,7 @@ float readSample(const WavData& format, const std::uint8_t* p) {
     const unsigned unused = 32u - format.bitsPerSample;
     // Shifted up to the sign bit and back to sign-extend.
     const auto value = static_cast<std::int32_t>(bits << unused) >> unused;
-    return static_cast<float>(value * (1 / fullScale(format))); // exact: the scale is a power of two
+    return static_cast<float>(value * inverseScale); // exact: the scale is a power of two
 }
 
 void writeSample(const WavData& format, float x, std::uint8_t* p) {
@@ -120,10 +122,19 @@ std::vector<float> toFloat(const WavData& format, std::span<const std::uint8_t> 
         return {};
     const std::size_t frames = pcm.size() / format.blockAlign;
     const std::size_t width = sampleWidth(format);
+    const double inverseScale = 1 / fullScale(format);
     std::vector<float> samples(frames * format.channels);
+    if (format.audioFormat == formatPcm && format.bitsPerSample == 16 && format.blockAlign == 2 * format.channels) {
+        // The common layout, without the per-sample dispatch: the same values,
+        // since dividing by a power of two is exact either way.
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            samples[i] = pcm16ToFloat(static_cast<std::int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8)));
+        return samples;
+    }
     for (std::size_t f = 0; f < frames; ++f)
         for (std::size_t c = 0; c < format.channels; ++c)
-            samples[f * format.channels + c] = readSample(format, pcm.data() + f * format.blockAlign + c * width);
+            samples[f * format.channels + c] =
+                readSample(format, inverseScale, pcm.data() + f * format.blockAlign + c * width);
     return samples;
 }
 

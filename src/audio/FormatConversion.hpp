@@ -19,6 +19,12 @@ bool isConvertible(const WavData& format);
 /// as stored. Empty when the layout is not convertible.
 std::vector<float> toFloat(const WavData& format, std::span<const std::uint8_t> pcm);
 
+/// A 16-bit PCM sample as toFloat reads it: k / 32768, exactly. Allocates
+/// nothing: safe on an audio thread.
+constexpr float pcm16ToFloat(std::int16_t k) {
+    return static_cast<float>(k / 32768.0);
+}
+
 /// Interleaved floats (`format.channels` per frame, a trailing partial frame
 /// dropped) as PCM in `format`'s layout: integers times 2^(n-1), rounded half
 /// away from zero and clamped, so a loud sample saturates and never wraps;

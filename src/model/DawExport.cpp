@@ -143,28 +143,29 @@ audio::LoopTags loopTagsFor(std::size_t pcmBytes, std::span<const chop::Placemen
     return tags;
 }
 
-std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loops, const audio::WavData& format,
-                                   const std::string& stem, const chop::TempoEstimate& tempo,
-                                   const std::string& number) {
-    const double bpm = tempo.bpm;
+std::vector<KitSlice> kitSlices(const std::vector<const GeneratedLoop*>& loops) {
     // Every distinct slice, where it was first placed, then in pool order.
-    struct Found {
-        const GeneratedLoop* loop;
-        const chop::Placement* placement;
-    };
-    std::vector<Found> found;
+    std::vector<KitSlice> found;
     for (const GeneratedLoop* loop : loops)
         for (const chop::Placement& placement : loop->placements) {
             if (placement.byteCount <= 0)
                 continue;
-            const bool known = std::any_of(found.begin(), found.end(), [&](const Found& other) {
+            const bool known = std::any_of(found.begin(), found.end(), [&](const KitSlice& other) {
                 return identity(*other.placement) == identity(placement);
             });
             if (!known)
                 found.push_back({loop, &placement});
         }
     std::stable_sort(found.begin(), found.end(),
-                     [](const Found& a, const Found& b) { return a.placement->slice < b.placement->slice; });
+                     [](const KitSlice& a, const KitSlice& b) { return a.placement->slice < b.placement->slice; });
+    return found;
+}
+
+std::vector<KitFile> buildSliceKit(const std::vector<const GeneratedLoop*>& loops, const audio::WavData& format,
+                                   const std::string& stem, const chop::TempoEstimate& tempo,
+                                   const std::string& number) {
+    const double bpm = tempo.bpm;
+    const std::vector<KitSlice> found = kitSlices(loops);
     if (static_cast<std::int64_t>(found.size()) > maxKitSlices)
         throw std::runtime_error("the slice kit would need " + std::to_string(found.size())
                                  + " slices, more than the " + std::to_string(maxKitSlices)

@@ -34,6 +34,18 @@ struct KitFile {
     audio::Bytes bytes;
 };
 
+/// One slice of a kit: the placement that first placed it and its variation.
+struct KitSlice {
+    const GeneratedLoop* loop;
+    const chop::Placement* placement;
+};
+
+/// The slices of a kit for `loops`, in note order: every distinct placed
+/// slice (pool slice, Glitch treatment and length) where it was first
+/// placed, then in pool order; slice k sounds on note firstKitNote + k. The
+/// pointers point into `loops`. Pure; never throws for too many slices.
+std::vector<KitSlice> kitSlices(const std::vector<const GeneratedLoop*>& loops);
+
 /// A slice kit for `loops` (the exported variations, in order) in `format`
 /// at the tempo and meter of `tempo`, named after `stem` (see
 /// variationStem): one plain WAV per distinct placed slice (pool slice,

@@ -227,8 +227,10 @@ HelpPage optionsHistoryShortcutsPage() {
              "or a folder to hand over that loop as Export Selected would write it, Tempo tags included; nothing is "
              "written into the Output Folder. A click still plays it.",
              "When a file exists: Replace overwrites a file of the same name in the Output Folder; Keep both writes "
-             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file. Coming soon: a file "
-             "that Replace replaces goes to the Trash first, where you can restore it.",
+             "the new file as NAME-2.wav, NAME-3.wav, ... and never touches an existing file. A file that Replace "
+             "replaces goes to the Trash, where you can restore it; where the Trash cannot take it, it stays beside "
+             "the new one as NAME-2.wav. An export writes all its files or none: a full disk or a folder that "
+             "cannot be written leaves nothing behind, and a loop the run was made from is never written over.",
              "What the status line has no room for stays in a yellow bar under it until you click Dismiss: what an "
              "export left out and why, loops of other formats pooled as raw bytes, and the loop a Mashup stopped "
              "at."});
