@@ -42,6 +42,27 @@ audio::WavHeader headerOf(const audio::WavData& wav) {
             wav.pcmData.size()};
 }
 
+// Which files an export replaced and where the old ones are: the first few
+// by name, then how many more.
+std::string replacedFilesWarning(const ExportResult& result) {
+    constexpr std::size_t named = 3;
+    const auto list = [](const std::vector<std::string>& paths) {
+        std::string text;
+        for (std::size_t i = 0; i < paths.size() && i < named; ++i)
+            text += (i == 0 ? "" : ", ") + fileName(paths[i]);
+        if (paths.size() > named)
+            text += " and " + std::to_string(paths.size() - named) + " more";
+        return text;
+    };
+    std::string warning;
+    if (!result.trashed.empty())
+        warning = "Replaced " + list(result.trashed) + "; the old files are in the Trash.";
+    if (!result.keptReplaced.empty())
+        warning += (warning.empty() ? "" : " ") + std::string("The Trash could not take the old files, so they are kept as ")
+                   + list(result.keptReplaced) + ".";
+    return warning;
+}
+
 } // namespace
 
 void ensureDirectoryExists(const std::string& path, const std::string& homeFolder) {
@@ -639,6 +660,8 @@ AppModel::ExportOutcome AppModel::exportSelected() {
         setStatus(std::move(result.status));
         if (result.skipped)
             setWarning("Exported, but " + *result.skipped + " Type the loop's tempo beside its waveform and export again.");
+        else if (!result.trashed.empty() || !result.keptReplaced.empty())
+            setWarning(replacedFilesWarning(result));
     } catch (const ExportRefusal& refusal) {
         setStatus(refusal.what());
     } catch (const std::exception& error) {

@@ -106,6 +106,7 @@ TEST_F(AppModelExport, ReplacesAnExistingFileWholeAndTrashesTheOldOne) {
     ::setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
     m.exportSelected();
     EXPECT_EQ(m.status(), "Exported 1 loop(s) to " + outputFolder() + "; 1 replaced file(s) moved to the Trash");
+    EXPECT_EQ(m.warning(), "Replaced " + nameOf(0) + "; the old files are in the Trash.");
     EXPECT_EQ(audio::readWholeFile(outputFolder() + "/" + nameOf(0)), fileOf(0));
     EXPECT_THAT(namesIn(outputFolder()), ElementsAre(nameOf(0)));
     EXPECT_EQ(audio::readWholeFile(trash + "/files/" + nameOf(0)), old);
