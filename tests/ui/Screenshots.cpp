@@ -146,7 +146,7 @@ int main(int argc, char** argv) {
              view.activateWindow();
              generate(view, platform);
              view.model().toggleSelection(view.model().generatedLoops().at(1).id, false);
-             view.model().changeSettings([&](model::RunSettings& s) { s.seedText = "7"; });
+             view.model().changeSettings([&](model::RunSettings& s) { s.seedText = std::to_string(7); });
              generate(view, platform);
              view.model().goBack();
              platform.tasks.drain();
