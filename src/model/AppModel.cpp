@@ -71,9 +71,13 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
 }
 
 AppModel::~AppModel() {
-    // A pass still reading has nobody left to tell.
+    // A pass still reading or a run still rendering has nobody left to
+    // tell; the run stops at its next check, so whoever joins its worker
+    // does not wait for the whole run.
     if (factsPass_)
         factsPass_->store(true);
+    if (run_)
+        run_->cancelled.store(true);
 }
 
 void AppModel::subscribe(std::function<void(const Change&)> observer) {
@@ -449,12 +453,37 @@ void AppModel::launch(RunSettings request, std::optional<std::size_t> historyInd
     write(isGenerating_, true, Field::isGenerating);
     stopPlayback();
     setStatus("Generating previews...");
+    run_ = std::make_shared<chop::RunProgress>();
+    write(generationProgress_, GenerationProgress{0, request.plan.variationCount}, Field::generationProgress);
     // A worker that cannot start must not leave the model busy for good.
     try {
         startGeneration(std::move(request), historyIndex);
     } catch (const std::exception& error) {
         handBackError("Error: " + describe(error));
     }
+}
+
+void AppModel::cancelGeneration() {
+    if (!isGenerating_)
+        return;
+    run_->cancelled.store(true);
+    endRun();
+    setStatus("Generation cancelled.");
+    write(isGenerating_, false, Field::isGenerating);
+}
+
+void AppModel::readGenerationProgress() {
+    if (!run_)
+        return;
+    const std::int64_t done = run_->variationsDone.load(std::memory_order_relaxed);
+    if (done == generationProgress_.done)
+        return;
+    write(generationProgress_, GenerationProgress{done, generationProgress_.total}, Field::generationProgress);
+    setStatus("Generating " + std::to_string(done) + " of " + std::to_string(generationProgress_.total) + "...");
+}
+
+void AppModel::endRun() {
+    run_.reset();
 }
 
 void AppModel::goBack() {
@@ -500,19 +529,26 @@ void AppModel::showSettingsOf(const RunSettings& settings) {
 
 void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> historyIndex) {
     platform_.tasks.runInBackground([request = std::move(request), historyIndex, unixSeconds = platform_.unixSeconds,
-                                     randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
+                                     randomUuid = platform_.randomUuid, &tasks = platform_.tasks, progress = run_,
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
-        // Exactly one hand-back, whatever happens; only it touches the model.
+        // Exactly one hand-back unless cancelled, whatever happens; only it
+        // touches the model, and only while this run is the model's.
+        const auto current = [model, alive, run = std::weak_ptr(progress)] {
+            return alive.lock() && model->run_ != nullptr && model->run_ == run.lock();
+        };
         std::function<void()> back;
         std::string failedSource;
         try {
             auto result = std::make_shared<GenerationResult>(
-                runGeneration(request, unixSeconds, randomUuid, 0, {}, &failedSource));
+                runGeneration(request, unixSeconds, randomUuid, 0, {}, &failedSource, progress.get()));
             const std::string summary = runSummary(result->run, result->loops.size());
-            back = [model, alive, result, summary, historyIndex] {
-                if (alive.lock())
+            back = [model, current, result, summary, historyIndex] {
+                if (current())
                     model->handBack(std::move(*result), summary, historyIndex);
             };
+        } catch (const chop::RunCancelled&) {
+            // The model went idle when it cancelled: nothing to hand back.
+            return;
         } catch (const std::exception& error) {
             // The status keeps its fixed words; which loop of a mashup failed
             // is worth a warning, since the reader's message does not say.
@@ -520,8 +556,8 @@ void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> h
             if (request.mashupMode && !request.checkedPaths.empty() && !failedSource.empty())
                 warning = "The mashup stopped at " + fileName(failedSource) + ": " + describe(error)
                           + " Untick it in the source list to go on without it.";
-            back = [model, alive, message = "Error: " + describe(error), warning = std::move(warning)] {
-                if (alive.lock())
+            back = [model, current, message = "Error: " + describe(error), warning = std::move(warning)] {
+                if (current())
                     model->handBackError(message, warning);
             };
         }
@@ -548,6 +584,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     } else {
         history_.add(result.run, result.loops.size());
     }
+    endRun();
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     if (const std::optional<std::string> mismatch = formatMismatchWarning(*lastRun_))
@@ -560,6 +597,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
 }
 
 void AppModel::handBackError(std::string message, std::string warning) {
+    endRun();
     if (!warning.empty())
         setWarning(std::move(warning));
     setStatus(std::move(message));

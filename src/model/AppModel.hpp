@@ -36,7 +36,7 @@ public:
     enum class Field {
         sourceDir, outputDir, wavFiles, selectedFile, settings, mashupMode, mashupSourcePaths, masterVolume,
         status, isGenerating, sourceWaveform, sourceWavData, generatedLoops, playingTarget, playbackProgress,
-        lastRun, tempo, runHistory, sourceFacts, warning,
+        lastRun, tempo, runHistory, sourceFacts, warning, generationProgress,
     };
 
     /// One change, as observers are told of it: the field written and what
@@ -48,6 +48,15 @@ public:
         std::vector<std::string> paths;
         /// generatedLoops: the list is a finished run's, just published.
         bool runFinished = false;
+    };
+
+    /// How far the last generation started has got: variations rendered of
+    /// those asked for. Of interest while isGenerating.
+    struct GenerationProgress {
+        std::int64_t done = 0;
+        std::int64_t total = 0;
+
+        bool operator==(const GenerationProgress&) const = default;
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -91,6 +100,8 @@ public:
     double masterVolume() const { return masterVolume_; }
     const std::string& status() const { return status_; }
     bool isGenerating() const { return isGenerating_; }
+    /// Written when a run starts and by readGenerationProgress.
+    const GenerationProgress& generationProgress() const { return generationProgress_; }
     const std::vector<double>& sourceWaveform() const { return sourceWaveform_; }
     const std::optional<audio::WavData>& sourceWavData() const { return sourceWavData_; }
     const std::vector<GeneratedLoop>& generatedLoops() const { return generatedLoops_; }
@@ -191,6 +202,17 @@ public:
     /// main thread, writes lastRun, sourceWavData, generatedLoops, status and
     /// clears isGenerating, or on failure writes only status ("Error: ...").
     void generate();
+    /// Main thread. Stops the running generation: the model is idle again
+    /// at once, with the variations, source and history it had before the
+    /// run and the status "Generation cancelled."; the worker stops at its
+    /// next check and hands back nothing. Does nothing when no run goes.
+    void cancelGeneration();
+    /// Main thread. Reads how many variations the running generation has
+    /// rendered and, when that moved, writes generationProgress and the
+    /// status "Generating N of M...". Lock free and cheap, for a front end
+    /// to call a few times a second while a run goes; does nothing when none
+    /// goes.
+    void readGenerationProgress();
     /// Main thread. Bring back the run before the one shown (or the current
     /// run, when a change of source emptied the list) or the one after it:
     /// its variations are generated again from its request and the seed it
@@ -282,6 +304,9 @@ private:
     void bringBack(std::optional<std::size_t> historyIndex);
     void clearGeneratedLoops();
     void handBackError(std::string message, std::string warning = {});
+    // Forgets the run that goes, so that whatever its worker still hands
+    // back is dropped.
+    void endRun();
     void setWarning(std::string text);
     // Sets the controls to the settings `request` ran with.
     void showSettingsOf(const RunSettings& settings);
@@ -303,6 +328,10 @@ private:
     double masterVolume_ = 0.85;
     std::string status_ = "Ready";
     bool isGenerating_ = false;
+    GenerationProgress generationProgress_;
+    // The run that goes, shared with its worker; its identity tells that
+    // run's hand-back from one of a run cancelled before it.
+    std::shared_ptr<chop::RunProgress> run_;
     std::vector<double> sourceWaveform_;
     std::optional<audio::WavData> sourceWavData_;
     std::vector<GeneratedLoop> generatedLoops_;
