@@ -17,6 +17,7 @@
 #include <QLayout>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSlider>
@@ -182,11 +183,19 @@ private slots:
 
         find<QSpinBox>("variationsBox")->setValue(4);
         click(generate);
-        QCOMPARE(generate->text(), QStringLiteral("Generating..."));
-        QVERIFY(m.isGenerating() && !generate->isEnabled());
+        QCOMPARE(generate->text(), QStringLiteral("Cancel"));
+        auto* bar = find<QProgressBar>("generationProgress");
+        QVERIFY(m.isGenerating() && generate->isEnabled() && bar->isVisible());
+        QCOMPARE(std::pair(bar->value(), bar->maximum()), std::pair(0, 4));
+        // The workers have finished, but only the hand-back publishes: until
+        // it runs, the window reads the progress on its own.
+        while (platform_->tasks.runBackground()) {
+        }
+        QTRY_COMPARE(find<QLabel>("statusLine")->text(), QStringLiteral("Generating 4 of 4..."));
+        QCOMPARE(bar->value(), 4);
         platform_->tasks.drain();
         QCOMPARE(generate->text(), QStringLiteral("Generate"));
-        QVERIFY(generate->isEnabled());
+        QVERIFY(generate->isEnabled() && bar->isHidden());
 
         const QList<GeneratedLoopRow*> rows = loopRows();
         const auto ticked = [&rows] {
