@@ -125,13 +125,23 @@ void AppModel::changeSettings(const std::function<void(RunSettings&)>& change) {
 std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) const {
     const auto known = loopTempos_.find(path);
     const auto corrected = tempoOverrides_.find(path);
-    if (corrected == tempoOverrides_.end())
-        return known == loopTempos_.end() ? std::nullopt : known->second.estimate;
-    if (known != loopTempos_.end())
-        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate,
-                                       known->second.estimate ? known->second.estimate->beatsPerBar : 4))
+    const auto meter = meterOverrides_.find(path);
+    const std::optional<chop::TempoEstimate> estimate =
+        known == loopTempos_.end() ? std::nullopt : known->second.estimate;
+    if (corrected == tempoOverrides_.end() && meter == meterOverrides_.end())
+        return estimate;
+    const std::int64_t beatsPerBar =
+        meter != meterOverrides_.end() ? meter->second : estimate ? estimate->beatsPerBar : 4;
+    const std::optional<double> bpm = corrected != tempoOverrides_.end() ? std::optional(corrected->second)
+                                      : estimate                        ? std::optional(estimate->bpm)
+                                                                        : std::nullopt;
+    if (bpm && known != loopTempos_.end())
+        if (auto tempo = chop::tempoAt(*bpm, known->second.frames, known->second.sampleRate, beatsPerBar))
             return tempo;
-    return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
+    if (corrected == tempoOverrides_.end())
+        return estimate;
+    return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0,
+                               meter != meterOverrides_.end() ? meter->second : 4};
 }
 
 SourceFacts AppModel::factsFor(const std::string& path) const {
@@ -271,6 +281,16 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
         tempoOverrides_[path] = *bpm;
     else
         tempoOverrides_.erase(path);
+    notifyFacts(Field::tempo, {path});
+}
+
+void AppModel::setMeterOverride(const std::string& path, std::optional<std::int64_t> beatsPerBar) {
+    if (beatsPerBar && *beatsPerBar != 3 && *beatsPerBar != 4)
+        return;
+    if (beatsPerBar)
+        meterOverrides_[path] = *beatsPerBar;
+    else
+        meterOverrides_.erase(path);
     notifyFacts(Field::tempo, {path});
 }
 
@@ -446,6 +466,9 @@ void AppModel::generate() {
     run.checkedPaths = mashupSourcePaths_;
     run.selectedPath = *selectedFile_;
     run.tempoOverrides = tempoOverridesRead(run, tempoOverrides_);
+    // Only the selected loop's: its meter is the one the tags are written in.
+    if (const auto meter = meterOverrides_.find(run.selectedPath); meter != meterOverrides_.end())
+        run.meterOverrides.insert(*meter);
     launch(std::move(run), std::nullopt);
 }
 

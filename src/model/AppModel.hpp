@@ -113,7 +113,8 @@ public:
     /// The tempo of the loop at `path` for this session: the user's
     /// correction when there is one (bars and beats counted over the loop's
     /// length once it has been decoded, else 0), otherwise the estimate made
-    /// when it was last decoded; none when neither is known. Main thread.
+    /// when it was last decoded; none when neither is known. Bars are counted
+    /// in the user's meter when one is set, else in the estimate's. Main thread.
     std::optional<chop::TempoEstimate> tempoFor(const std::string& path) const;
     /// What the list knows of the listed loop at `path` (see
     /// readSourceFactsInBackground); empty until its header has been read.
@@ -133,6 +134,13 @@ public:
     /// loop at `path`, writing `tempo`. A value outside chop::minTempoBpm to
     /// chop::maxTempoBpm is refused with a status and changes nothing.
     void setTempoOverride(const std::string& path, std::optional<double> bpm);
+    /// The user's meter corrections by path, in quarter notes a bar (3 or 4),
+    /// for this session.
+    const std::map<std::string, std::int64_t>& meterOverrides() const { return meterOverrides_; }
+    /// Sets (or with none, forgets) the meter of the loop at `path`: 3 for
+    /// 3/4 (and 6/8), 4 for 4/4; tempoFor then counts its bars in that
+    /// meter. Writes `tempo`. Any other count changes nothing.
+    void setMeterOverride(const std::string& path, std::optional<std::int64_t> beatsPerBar);
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
@@ -362,6 +370,7 @@ private:
     // pass's, and setting it asks its worker to stop.
     std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
+    std::map<std::string, std::int64_t> meterOverrides_;
     std::string warning_;
     RunHistory history_;
     playback::PreviewSession preview_;

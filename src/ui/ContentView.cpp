@@ -473,6 +473,20 @@ QWidget* ContentView::buildPanels() {
         model_->setTempoOverride(*model_->selectedFile(),
                                  text.isEmpty() ? std::nullopt : std::optional(ok ? bpm : std::nan("")));
     });
+    // The meter, corrected like the tempo: its items in the order of the
+    // bar lengths below, "estimate" first.
+    sourceMeterBox_ = new QComboBox(right);
+    sourceMeterBox_->setObjectName(QStringLiteral("sourceMeterBox"));
+    sourceMeterBox_->setFont(look::captionFont(font()));
+    sourceMeterBox_->addItems({QStringLiteral("Meter: estimate"), QStringLiteral("3/4"), QStringLiteral("4/4")});
+    sourceMeterBox_->setToolTip(QStringLiteral("Correct the loop's meter (6/8 counts as 3/4); estimate uses the "
+                                               "meter heard in the loop"));
+    captionRow->addWidget(sourceMeterBox_);
+    connect(sourceMeterBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (model_->selectedFile())
+            model_->setMeterOverride(*model_->selectedFile(),
+                                     index <= 0 ? std::nullopt : std::optional<std::int64_t>(index + 2));
+    });
     stack->addLayout(captionRow);
 
     auto* divider = new QFrame(right);
@@ -853,6 +867,10 @@ void ContentView::redrawSourceTempo() {
     if (!sourceTempoField_->hasFocus() || sourceTempoField_->text() != typed)
         sourceTempoField_->setText(typed);
     sourceTempoField_->setEnabled(m.selectedFile().has_value());
+    const auto meter = m.selectedFile() ? m.meterOverrides().find(*m.selectedFile()) : m.meterOverrides().end();
+    const QSignalBlocker blocker(sourceMeterBox_);
+    sourceMeterBox_->setCurrentIndex(meter == m.meterOverrides().end() ? 0 : static_cast<int>(meter->second) - 2);
+    sourceMeterBox_->setEnabled(m.selectedFile().has_value());
 }
 
 void ContentView::redrawPlayingTarget() {

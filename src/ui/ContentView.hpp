@@ -157,6 +157,7 @@ private:
     QLabel* sourceCaption_ = nullptr;
     QLabel* sourceTempo_ = nullptr;
     QLineEdit* sourceTempoField_ = nullptr;
+    QComboBox* sourceMeterBox_ = nullptr;
     VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;

@@ -376,6 +376,23 @@ private slots:
         field->clear();
         QTest::keyClick(field, Qt::Key_Return);
         QCOMPARE(rowTempo(0), amen);
+
+        // The meter is corrected beside it, and the run starting now takes it.
+        auto* meter = find<QComboBox>("sourceMeterBox");
+        meter->setCurrentIndex(meter->findText(QStringLiteral("3/4")));
+        const QString inThree = QString::fromUtf8("136.9 BPM \u00b7 3/4 \u00b7 1.33333 bars");
+        QCOMPARE(find<QLabel>("sourceTempo")->text(), inThree);
+        QCOMPARE(rowTempo(0), inThree);
+        QCOMPARE(m.tempoFor(*m.selectedFile())->beatsPerBar, 3);
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        QCOMPARE(m.lastRun()->settings.meterOverrides.at(*m.selectedFile()), 3);
+        clickSource("b.wav");
+        QCOMPARE(meter->currentText(), QStringLiteral("Meter: estimate"));
+        clickSource("a.wav");
+        QCOMPARE(meter->currentText(), QStringLiteral("3/4"));
+        meter->setCurrentIndex(0);
+        QCOMPARE(rowTempo(0), amen);
     }
 
     void returnInOutputFieldExpandsTilde_data() {
