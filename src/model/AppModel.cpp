@@ -490,7 +490,7 @@ void AppModel::cancelGeneration() {
     if (!isGenerating_)
         return;
     run_->cancelled.store(true);
-    endRun();
+    run_.reset();
     setStatus("Generation cancelled.");
     write(isGenerating_, false, Field::isGenerating);
 }
@@ -503,10 +503,6 @@ void AppModel::readGenerationProgress() {
         return;
     write(generationProgress_, GenerationProgress{done, generationProgress_.total}, Field::generationProgress);
     setStatus("Generating " + std::to_string(done) + " of " + std::to_string(generationProgress_.total) + "...");
-}
-
-void AppModel::endRun() {
-    run_.reset();
 }
 
 void AppModel::goBack() {
@@ -607,7 +603,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     } else {
         history_.add(result.run, result.loops.size());
     }
-    endRun();
+    run_.reset();
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     if (const std::optional<std::string> mismatch = formatMismatchWarning(*lastRun_))
@@ -620,7 +616,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
 }
 
 void AppModel::handBackError(std::string message, std::string warning) {
-    endRun();
+    run_.reset();
     if (!warning.empty())
         setWarning(std::move(warning));
     setStatus(std::move(message));

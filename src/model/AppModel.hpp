@@ -312,9 +312,6 @@ private:
     void bringBack(std::optional<std::size_t> historyIndex);
     void clearGeneratedLoops();
     void handBackError(std::string message, std::string warning = {});
-    // Forgets the run that goes, so that whatever its worker still hands
-    // back is dropped.
-    void endRun();
     void setWarning(std::string text);
     // Sets the controls to the settings `request` ran with.
     void showSettingsOf(const RunSettings& settings);
@@ -338,7 +335,8 @@ private:
     bool isGenerating_ = false;
     GenerationProgress generationProgress_;
     // The run that goes, shared with its worker; its identity tells that
-    // run's hand-back from one of a run cancelled before it.
+    // run's hand-back from one of a run cancelled before it, so resetting it
+    // drops whatever that worker still hands back.
     std::shared_ptr<chop::RunProgress> run_;
     std::vector<double> sourceWaveform_;
     std::optional<audio::WavData> sourceWavData_;
