@@ -128,7 +128,7 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
     } catch (const chop::RunCancelled&) {
-        throw;
+        throw; // no fault of the loop being read
     } catch (...) {
         if (failedSource != nullptr)
             *failedSource = path;
