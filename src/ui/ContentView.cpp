@@ -473,8 +473,8 @@ QWidget* ContentView::buildPanels() {
         model_->setTempoOverride(*model_->selectedFile(),
                                  text.isEmpty() ? std::nullopt : std::optional(ok ? bpm : std::nan("")));
     });
-    // The meter, corrected like the tempo: its items in the order of the
-    // bar lengths below, "estimate" first.
+    // The meter, corrected like the tempo: after "estimate", item i holds
+    // i + 2 quarter notes a bar.
     sourceMeterBox_ = new QComboBox(right);
     sourceMeterBox_->setObjectName(QStringLiteral("sourceMeterBox"));
     sourceMeterBox_->setFont(look::captionFont(font()));
@@ -783,7 +783,7 @@ void ContentView::redraw(const model::AppModel::Change& change) {
     case Field::isGenerating:
         redrawGenerateButton();
         redrawHistory();
-        redrawPlayingTarget();
+        redrawPlayingTarget(); // Escape cancels a run, playing or not
         if (m.isGenerating())
             progressPoll_->start();
         else
