@@ -1,4 +1,5 @@
-// Generation (with and without join fades), export, scanning (also with the
+// Generation (with and without join fades, watched for progress as the
+// window watches it, and how soon a cancelled run stops), export, scanning (also with the
 // window's background facts pass queued, and that pass itself) and onset
 // detection through the product's own paths, each beside a baseline measured
 // in the same run: a memcpy of the bytes a run produces, plain writes of the
@@ -23,7 +24,9 @@
 
 #include <aubio/aubio.h>
 #include <benchmark/benchmark.h>
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include <cstdio>
@@ -107,15 +110,54 @@ void memcpyIntoNewMemory(benchmark::State& state) {
 }
 
 // state.range(0) threads render; 0 means one per core, as the product runs.
-void generation(benchmark::State& state, std::int64_t joinFadeMs) {
+void generation(benchmark::State& state, std::int64_t joinFadeMs, bool watched = false) {
     std::int64_t bytes = 0;
     for (auto _ : state) {
+        chop::RunProgress progress;
         const auto result = model::runGeneration(gridRequest(joinFadeMs), unixSeconds, counterUuid,
-                                                 static_cast<unsigned>(state.range(0)));
+                                                 static_cast<unsigned>(state.range(0)), {}, nullptr,
+                                                 watched ? &progress : nullptr);
         bytes = outputBytes(result);
         benchmark::DoNotOptimize(result.loops.data());
     }
     state.SetBytesProcessed(state.iterations() * bytes);
+}
+
+// From Cancel to the worker's return, for 100 Dice variations stretched to
+// the loop's length: the run is cancelled a varying time into a variation,
+// after the first has been counted. The model itself is idle at once. The
+// baseline beside it is what a cancel checked only between variations would
+// wait for at worst: the time to the first variation counted.
+void cancelLatency(benchmark::State& state) {
+    model::RunSettings request = gridRequest();
+    request.plan.sliceCount = 16;
+    request.plan.chopModel = chop::ChopModel::dice;
+    request.plan.fit = chop::FitMode::stretch;
+    double slowest = 0;
+    double firstVariation = 0;
+    int round = 0;
+    for (auto _ : state) {
+        chop::RunProgress progress;
+        const auto started = std::chrono::steady_clock::now();
+        std::thread worker([&] {
+            try {
+                model::runGeneration(request, unixSeconds, counterUuid, 0, {}, nullptr, &progress);
+            } catch (const chop::RunCancelled&) {
+            }
+        });
+        while (progress.variationsDone.load() == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        firstVariation += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
+        std::this_thread::sleep_for(std::chrono::milliseconds(37 * (round++ % 8)));
+        const auto cancelled = std::chrono::steady_clock::now();
+        progress.cancelled.store(true);
+        worker.join();
+        const std::chrono::duration<double> latency = std::chrono::steady_clock::now() - cancelled;
+        state.SetIterationTime(latency.count());
+        slowest = std::max(slowest, latency.count() * 1000);
+    }
+    state.counters["slowest_ms"] = slowest;
+    state.counters["firstVariation_ms"] = firstVariation / static_cast<double>(state.iterations());
 }
 
 // The run while the source list's facts pass works beside it, at the pass's
@@ -358,6 +400,13 @@ int main(int argc, char** argv) {
                                                      : "BM_Generation/Grid/128slices/100variations/fade5ms",
                                          [fadeMs](benchmark::State& s) { generation(s, fadeMs); })
                 ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+        // Counted and checked for a cancel as the window runs it, beside the
+        // unwatched run above.
+        benchmark::RegisterBenchmark("BM_Generation/Grid/128slices/100variations/watched",
+                                     [](benchmark::State& s) { generation(s, 0, true); })
+            ->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark("BM_CancelLatency/Dice/stretch/100variations", cancelLatency)
+            ->Iterations(16)->Unit(benchmark::kMillisecond)->UseManualTime();
         for (const bool whenIdle : {false, true})
             benchmark::RegisterBenchmark(whenIdle ? "BM_Generation/Grid/128slices/100variations/besideIdleFacts"
                                                   : "BM_Generation/Grid/128slices/100variations/besideFacts",

@@ -26,12 +26,14 @@ Channels deinterleave(const std::vector<float>& samples, std::size_t channels) {
 }
 
 // Feeds `planar` through `pass` (study or process) in blocks; `final` marks
-// the last block, as the offline stretcher expects.
+// the last block, as the offline stretcher expects. A block is the longest
+// stretch of work a cancel waits for.
 template <typename Pass>
-void inBlocks(const Channels& planar, Pass&& pass) {
+void inBlocks(const Channels& planar, const RunProgress* progress, Pass&& pass) {
     const std::size_t frames = planar.front().size();
     std::vector<const float*> pointers(planar.size());
     for (std::size_t at = 0; at < frames; at += blockFrames) {
+        throwIfCancelled(progress);
         const std::size_t count = std::min(blockFrames, frames - at);
         for (std::size_t c = 0; c < planar.size(); ++c)
             pointers[c] = planar[c].data() + at;
@@ -57,7 +59,8 @@ std::optional<FitMode> parseFitMode(std::string_view name) {
     return std::nullopt;
 }
 
-Bytes stretchToFrames(const audio::WavData& format, std::span<const std::uint8_t> pcm, audio::FrameCount targetFrames) {
+Bytes stretchToFrames(const audio::WavData& format, std::span<const std::uint8_t> pcm, audio::FrameCount targetFrames,
+                      const RunProgress* progress) {
     const audio::FrameCount frames = audio::frameCount(pcm.size(), format.blockAlign);
     const double ratio = frames == 0 ? 0.0 : static_cast<double>(targetFrames) / static_cast<double>(frames);
     if (!audio::isConvertible(format))
@@ -78,7 +81,7 @@ Bytes stretchToFrames(const audio::WavData& format, std::span<const std::uint8_t
                                   ratio, 1.0);
     stretcher.setExpectedInputDuration(static_cast<std::size_t>(frames));
     stretcher.setMaxProcessSize(blockFrames);
-    inBlocks(input, [&](const float* const* block, std::size_t count, bool final) {
+    inBlocks(input, progress, [&](const float* const* block, std::size_t count, bool final) {
         stretcher.study(block, count, final);
     });
 
@@ -96,7 +99,7 @@ Bytes stretchToFrames(const audio::WavData& format, std::span<const std::uint8_t
                 output[c].insert(output[c].end(), got[c].begin(), got[c].begin() + static_cast<std::ptrdiff_t>(retrieved));
         }
     };
-    inBlocks(input, [&](const float* const* block, std::size_t count, bool final) {
+    inBlocks(input, progress, [&](const float* const* block, std::size_t count, bool final) {
         stretcher.process(block, count, final);
         collect();
     });
@@ -115,12 +118,12 @@ Bytes stretchToFrames(const audio::WavData& format, std::span<const std::uint8_t
 }
 
 void fitToFrames(Bytes& pcm, const audio::WavData& format, audio::FrameCount targetFrames, FitMode mode,
-                 audio::FrameCount endFadeFrames) {
+                 audio::FrameCount endFadeFrames, const RunProgress* progress) {
     const auto targetBytes = static_cast<std::size_t>(targetFrames) * format.blockAlign;
     if (mode == FitMode::off || pcm.size() == targetBytes)
         return;
     if (mode == FitMode::stretch) {
-        pcm = stretchToFrames(format, pcm, targetFrames);
+        pcm = stretchToFrames(format, pcm, targetFrames, progress);
         return;
     }
     const audio::FrameIndex keptFrames =

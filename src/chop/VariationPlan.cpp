@@ -158,20 +158,24 @@ Bytes renderVariation(const VariationPlan& variation, std::span<const PoolSlice>
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                const PlanSettings& settings, unsigned threads) {
+                                                const PlanSettings& settings, unsigned threads,
+                                                RunProgress* progress) {
     const audio::WavData& reference = sources.front();
     const audio::FrameCount fadeFrames = joinFadeFrames(settings.joinFadeMs, reference.sampleRate);
     const audio::FrameCount fitFadeFrames = std::max(fadeFrames, joinFadeFrames(minFitFadeMs, reference.sampleRate));
     const audio::FrameCount referenceFrames = audio::frameCount(reference.pcmData.size(), reference.blockAlign);
     std::vector<RenderedVariation> rendered(variations.size());
     forEachIndex(rendered.size(), threads, [&](std::size_t i) {
+        throwIfCancelled(progress);
         rendered[i].pcm = renderVariation(variations[i], pool, sources);
         applyJoinFades(rendered[i].pcm, variations[i], reference, fadeFrames);
-        fitToFrames(rendered[i].pcm, reference, referenceFrames, settings.fit, fitFadeFrames);
+        fitToFrames(rendered[i].pcm, reference, referenceFrames, settings.fit, fitFadeFrames, progress);
         VariationPlan fitted = variations[i];
         fitPlacements(fitted, static_cast<std::int64_t>(rendered[i].pcm.size()), settings.fit, reference.blockAlign);
         rendered[i].placements = std::move(fitted.placements);
         rendered[i].waveform = audio::waveformEnvelope(sources.front(), rendered[i].pcm, envelopePoints);
+        if (progress != nullptr)
+            progress->variationsDone.fetch_add(1, std::memory_order_relaxed);
     });
     return rendered;
 }

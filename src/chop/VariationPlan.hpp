@@ -4,6 +4,7 @@
 #include "chop/ChopModel.hpp"
 #include "chop/FitMode.hpp"
 #include "chop/GlitchEffects.hpp"
+#include "chop/RunProgress.hpp"
 #include "chop/SeededGenerator.hpp"
 
 #include <cstdint>
@@ -101,10 +102,13 @@ struct RenderedVariation {
 /// joins over `settings.joinFadeMs` milliseconds at sources[0]'s rate (0:
 /// not at all), then fitted to sources[0]'s frame count by `settings.fit`,
 /// its placements following the fit. The bytes are the same whatever the
-/// thread count. Rethrows the first failure of any thread.
+/// thread count. With `progress`, counts each finished variation there and
+/// throws RunCancelled at the next variation or stretch block once it is
+/// cancelled. Rethrows the first failure of any thread.
 std::vector<RenderedVariation> renderVariations(std::span<const VariationPlan> variations,
                                                 std::span<const PoolSlice> pool,
                                                 std::span<const audio::WavData> sources, std::int64_t envelopePoints,
-                                                const PlanSettings& settings, unsigned threads = 0);
+                                                const PlanSettings& settings, unsigned threads = 0,
+                                                RunProgress* progress = nullptr);
 
 } // namespace marquetry::chop

@@ -92,9 +92,13 @@ AppModel::AppModel(Platform platform, std::optional<std::string> initialSelectio
 }
 
 AppModel::~AppModel() {
-    // A pass still reading has nobody left to tell.
+    // A pass still reading or a run still rendering has nobody left to
+    // tell; the run stops at its next check, so whoever joins its worker
+    // does not wait for the whole run.
     if (factsPass_)
         factsPass_->store(true);
+    if (run_)
+        run_->cancelled.store(true);
 }
 
 void AppModel::subscribe(std::function<void(const Change&)> observer) {
@@ -142,13 +146,23 @@ void AppModel::changeSettings(const std::function<void(RunSettings&)>& change) {
 std::optional<chop::TempoEstimate> AppModel::tempoFor(const std::string& path) const {
     const auto known = loopTempos_.find(path);
     const auto corrected = tempoOverrides_.find(path);
-    if (corrected == tempoOverrides_.end())
-        return known == loopTempos_.end() ? std::nullopt : known->second.estimate;
-    if (known != loopTempos_.end())
-        if (auto tempo = chop::tempoAt(corrected->second, known->second.frames, known->second.sampleRate,
-                                       known->second.estimate ? known->second.estimate->beatsPerBar : 4))
+    const auto meter = meterOverrides_.find(path);
+    const std::optional<chop::TempoEstimate> estimate =
+        known == loopTempos_.end() ? std::nullopt : known->second.estimate;
+    if (corrected == tempoOverrides_.end() && meter == meterOverrides_.end())
+        return estimate;
+    const std::int64_t beatsPerBar =
+        meter != meterOverrides_.end() ? meter->second : estimate ? estimate->beatsPerBar : 4;
+    const std::optional<double> bpm = corrected != tempoOverrides_.end() ? std::optional(corrected->second)
+                                      : estimate                        ? std::optional(estimate->bpm)
+                                                                        : std::nullopt;
+    if (bpm && known != loopTempos_.end())
+        if (auto tempo = chop::tempoAt(*bpm, known->second.frames, known->second.sampleRate, beatsPerBar))
             return tempo;
-    return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0};
+    if (corrected == tempoOverrides_.end())
+        return estimate;
+    return chop::TempoEstimate{std::round(corrected->second * 10) / 10, 0, 0,
+                               meter != meterOverrides_.end() ? meter->second : 4};
 }
 
 SourceFacts AppModel::factsFor(const std::string& path) const {
@@ -288,6 +302,16 @@ void AppModel::setTempoOverride(const std::string& path, std::optional<double> b
         tempoOverrides_[path] = *bpm;
     else
         tempoOverrides_.erase(path);
+    notifyFacts(Field::tempo, {path});
+}
+
+void AppModel::setMeterOverride(const std::string& path, std::optional<std::int64_t> beatsPerBar) {
+    if (beatsPerBar && *beatsPerBar != 3 && *beatsPerBar != 4)
+        return;
+    if (beatsPerBar)
+        meterOverrides_[path] = *beatsPerBar;
+    else
+        meterOverrides_.erase(path);
     notifyFacts(Field::tempo, {path});
 }
 
@@ -463,6 +487,9 @@ void AppModel::generate() {
     run.checkedPaths = mashupSourcePaths_;
     run.selectedPath = *selectedFile_;
     run.tempoOverrides = tempoOverridesRead(run, tempoOverrides_);
+    // Only the selected loop's: its meter is the one the tags are written in.
+    if (const auto meter = meterOverrides_.find(run.selectedPath); meter != meterOverrides_.end())
+        run.meterOverrides.insert(*meter);
     launch(std::move(run), std::nullopt);
 }
 
@@ -470,12 +497,33 @@ void AppModel::launch(RunSettings request, std::optional<std::size_t> historyInd
     write(isGenerating_, true, Field::isGenerating);
     stopPlayback();
     setStatus("Generating previews...");
+    run_ = std::make_shared<chop::RunProgress>();
+    write(generationProgress_, GenerationProgress{0, request.plan.variationCount}, Field::generationProgress);
     // A worker that cannot start must not leave the model busy for good.
     try {
         startGeneration(std::move(request), historyIndex);
     } catch (const std::exception& error) {
         handBackError("Error: " + describe(error));
     }
+}
+
+void AppModel::cancelGeneration() {
+    if (!isGenerating_)
+        return;
+    run_->cancelled.store(true);
+    run_.reset();
+    setStatus("Generation cancelled.");
+    write(isGenerating_, false, Field::isGenerating);
+}
+
+void AppModel::readGenerationProgress() {
+    if (!run_)
+        return;
+    const std::int64_t done = run_->variationsDone.load(std::memory_order_relaxed);
+    if (done == generationProgress_.done)
+        return;
+    write(generationProgress_, GenerationProgress{done, generationProgress_.total}, Field::generationProgress);
+    setStatus("Generating " + std::to_string(done) + " of " + std::to_string(generationProgress_.total) + "...");
 }
 
 void AppModel::goBack() {
@@ -521,19 +569,26 @@ void AppModel::showSettingsOf(const RunSettings& settings) {
 
 void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> historyIndex) {
     platform_.tasks.runInBackground([request = std::move(request), historyIndex, unixSeconds = platform_.unixSeconds,
-                                     randomUuid = platform_.randomUuid, &tasks = platform_.tasks,
+                                     randomUuid = platform_.randomUuid, &tasks = platform_.tasks, progress = run_,
                                      model = this, alive = std::weak_ptr<char>(lifetime_)]() mutable {
-        // Exactly one hand-back, whatever happens; only it touches the model.
+        // Exactly one hand-back unless cancelled, whatever happens; only it
+        // touches the model, and only while this run is the model's.
+        const auto current = [model, alive, run = std::weak_ptr(progress)] {
+            return alive.lock() && model->run_ != nullptr && model->run_ == run.lock();
+        };
         std::function<void()> back;
         std::string failedSource;
         try {
             auto result = std::make_shared<GenerationResult>(
-                runGeneration(request, unixSeconds, randomUuid, 0, {}, &failedSource));
+                runGeneration(request, unixSeconds, randomUuid, 0, {}, &failedSource, progress.get()));
             const std::string summary = runSummary(result->run, result->loops.size());
-            back = [model, alive, result, summary, historyIndex] {
-                if (alive.lock())
+            back = [model, current, result, summary, historyIndex] {
+                if (current())
                     model->handBack(std::move(*result), summary, historyIndex);
             };
+        } catch (const chop::RunCancelled&) {
+            // The model went idle when it cancelled: nothing to hand back.
+            return;
         } catch (const std::exception& error) {
             // The status keeps its fixed words; which loop of a mashup failed
             // is worth a warning, since the reader's message does not say.
@@ -541,8 +596,8 @@ void AppModel::startGeneration(RunSettings request, std::optional<std::size_t> h
             if (request.mashupMode && !request.checkedPaths.empty() && !failedSource.empty())
                 warning = "The mashup stopped at " + fileName(failedSource) + ": " + describe(error)
                           + " Untick it in the source list to go on without it.";
-            back = [model, alive, message = "Error: " + describe(error), warning = std::move(warning)] {
-                if (alive.lock())
+            back = [model, current, message = "Error: " + describe(error), warning = std::move(warning)] {
+                if (current())
                     model->handBackError(message, warning);
             };
         }
@@ -569,6 +624,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
     } else {
         history_.add(result.run, result.loops.size());
     }
+    run_.reset();
     // Told with lastRun, which every hand-back that changes the history writes.
     write(lastRun_, std::optional(std::move(result.run)), Field::lastRun);
     if (const std::optional<std::string> mismatch = formatMismatchWarning(*lastRun_))
@@ -581,6 +637,7 @@ void AppModel::handBack(GenerationResult result, std::string summary, std::optio
 }
 
 void AppModel::handBackError(std::string message, std::string warning) {
+    run_.reset();
     if (!warning.empty())
         setWarning(std::move(warning));
     setStatus(std::move(message));

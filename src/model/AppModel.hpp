@@ -36,7 +36,7 @@ public:
     enum class Field {
         sourceDir, outputDir, wavFiles, selectedFile, settings, mashupMode, mashupSourcePaths, masterVolume,
         status, isGenerating, sourceWaveform, sourceWavData, generatedLoops, playingTarget, playbackProgress,
-        lastRun, tempo, runHistory, sourceFacts, warning,
+        lastRun, tempo, runHistory, sourceFacts, warning, generationProgress,
     };
 
     /// One change, as observers are told of it: the field written and what
@@ -48,6 +48,15 @@ public:
         std::vector<std::string> paths;
         /// generatedLoops: the list is a finished run's, just published.
         bool runFinished = false;
+    };
+
+    /// How far the last generation started has got: variations rendered of
+    /// those asked for. Of interest while isGenerating.
+    struct GenerationProgress {
+        std::int64_t done = 0;
+        std::int64_t total = 0;
+
+        bool operator==(const GenerationProgress&) const = default;
     };
 
     /// What Export Selected did, for callers that need more than the status line.
@@ -91,6 +100,8 @@ public:
     double masterVolume() const { return masterVolume_; }
     const std::string& status() const { return status_; }
     bool isGenerating() const { return isGenerating_; }
+    /// Written when a run starts and by readGenerationProgress.
+    const GenerationProgress& generationProgress() const { return generationProgress_; }
     const std::vector<double>& sourceWaveform() const { return sourceWaveform_; }
     const std::optional<audio::WavData>& sourceWavData() const { return sourceWavData_; }
     const std::vector<GeneratedLoop>& generatedLoops() const { return generatedLoops_; }
@@ -102,7 +113,8 @@ public:
     /// The tempo of the loop at `path` for this session: the user's
     /// correction when there is one (bars and beats counted over the loop's
     /// length once it has been decoded, else 0), otherwise the estimate made
-    /// when it was last decoded; none when neither is known. Main thread.
+    /// when it was last decoded; none when neither is known. Bars are counted
+    /// in the user's meter when one is set, else in the estimate's. Main thread.
     std::optional<chop::TempoEstimate> tempoFor(const std::string& path) const;
     /// What the list knows of the listed loop at `path` (see
     /// readSourceFactsInBackground); empty until its header has been read.
@@ -122,6 +134,13 @@ public:
     /// loop at `path`, writing `tempo`. A value outside chop::minTempoBpm to
     /// chop::maxTempoBpm is refused with a status and changes nothing.
     void setTempoOverride(const std::string& path, std::optional<double> bpm);
+    /// The user's meter corrections by path, in quarter notes a bar (3 or 4),
+    /// for this session.
+    const std::map<std::string, std::int64_t>& meterOverrides() const { return meterOverrides_; }
+    /// Sets (or with none, forgets) the meter of the loop at `path`: 3 for
+    /// 3/4 (and 6/8), 4 for 4/4; tempoFor then counts its bars in that
+    /// meter. Writes `tempo`. Any other count changes nothing.
+    void setMeterOverride(const std::string& path, std::optional<std::int64_t> beatsPerBar);
     /// The successful runs of this session, for Back and Forward. Changes
     /// are told as Field::runHistory, or as Field::lastRun when a run ends.
     const RunHistory& runHistory() const { return history_; }
@@ -191,6 +210,17 @@ public:
     /// main thread, writes lastRun, sourceWavData, generatedLoops, status and
     /// clears isGenerating, or on failure writes only status ("Error: ...").
     void generate();
+    /// Main thread. Stops the running generation: the model is idle again
+    /// at once, with the variations, source and history it had before the
+    /// run and the status "Generation cancelled."; the worker stops at its
+    /// next check and hands back nothing. Does nothing when no run goes.
+    void cancelGeneration();
+    /// Main thread. Reads how many variations the running generation has
+    /// rendered and, when that moved, writes generationProgress and the
+    /// status "Generating N of M...". Lock free and cheap, for a front end
+    /// to call a few times a second while a run goes; does nothing when none
+    /// goes.
+    void readGenerationProgress();
     /// Main thread. Bring back the run before the one shown (or the current
     /// run, when a change of source emptied the list) or the one after it:
     /// its variations are generated again from its request and the seed it
@@ -303,6 +333,11 @@ private:
     double masterVolume_ = 0.85;
     std::string status_ = "Ready";
     bool isGenerating_ = false;
+    GenerationProgress generationProgress_;
+    // The run that goes, shared with its worker; its identity tells that
+    // run's hand-back from one of a run cancelled before it, so resetting it
+    // drops whatever that worker still hands back.
+    std::shared_ptr<chop::RunProgress> run_;
     std::vector<double> sourceWaveform_;
     std::optional<audio::WavData> sourceWavData_;
     std::vector<GeneratedLoop> generatedLoops_;
@@ -333,6 +368,7 @@ private:
     // pass's, and setting it asks its worker to stop.
     std::shared_ptr<std::atomic<bool>> factsPass_;
     std::map<std::string, double> tempoOverrides_;
+    std::map<std::string, std::int64_t> meterOverrides_;
     std::string warning_;
     RunHistory history_;
     playback::PreviewSession preview_;

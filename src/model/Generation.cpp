@@ -50,7 +50,7 @@ double tempoOf(const std::string& path, const audio::WavData& wav, const RunSett
 // A mashup loop as the reference would have it, before it is sliced: in the
 // reference's format, then at the reference's tempo.
 void matchToReference(audio::WavData& wav, const std::string& path, const audio::WavData& reference,
-                      double referenceBpm, const RunSettings& request) {
+                      double referenceBpm, const RunSettings& request, const chop::RunProgress* progress) {
     if (request.matchFormats)
         wav = audio::convertFormat(wav, reference);
     if (!request.matchTempo)
@@ -59,7 +59,7 @@ void matchToReference(audio::WavData& wav, const std::string& path, const audio:
     const audio::FrameCount frames = audio::frameCount(wav.pcmData.size(), wav.blockAlign);
     const auto target = static_cast<audio::FrameCount>(std::llround(static_cast<double>(frames) * bpm / referenceBpm));
     if (target != frames)
-        wav.pcmData = chop::stretchToFrames(wav, wav.pcmData, target);
+        wav.pcmData = chop::stretchToFrames(wav, wav.pcmData, target, progress);
 }
 
 void requireMemory(double bytes) {
@@ -91,7 +91,8 @@ std::string runSummary(const RunRecord& run, std::size_t variations) {
 
 GenerationResult runGeneration(const RunSettings& request, const std::function<std::int64_t()>& unixSeconds,
                                const std::function<playback::Uuid()>& randomUuid, unsigned threads,
-                               std::map<std::string, ReadSource> alreadyRead, std::string* failedSource) {
+                               std::map<std::string, ReadSource> alreadyRead, std::string* failedSource,
+                               chop::RunProgress* progress) {
     GenerationResult result;
     result.run.settings = request;
     result.run.seed = chop::resolveSeed(request.seedText, unixSeconds());
@@ -109,6 +110,7 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
     sources.reserve(paths.size());
     double referenceBpm = 0;
     for (const std::string& path : paths) try {
+        chop::throwIfCancelled(progress);
         const auto known = alreadyRead.find(path);
         ReadSource read = known != alreadyRead.end() ? std::move(known->second) : readSource(path);
         if (known != alreadyRead.end())
@@ -121,10 +123,12 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
         if (sources.empty() && request.matchTempo && paths.size() > 1)
             referenceBpm = tempoOf(path, wav, request);
         if (!sources.empty())
-            matchToReference(wav, path, sources.front(), referenceBpm, request);
+            matchToReference(wav, path, sources.front(), referenceBpm, request, progress);
         sources.push_back(std::move(wav));
         chop::appendToPool(result.run.pool, static_cast<std::int64_t>(sources.size() - 1), sources.back(), settings,
                            rng);
+    } catch (const chop::RunCancelled&) {
+        throw; // no fault of the loop being read
     } catch (...) {
         if (failedSource != nullptr)
             *failedSource = path;
@@ -144,7 +148,7 @@ GenerationResult runGeneration(const RunSettings& request, const std::function<s
     requireMemory(outputBytes);
 
     std::vector<chop::RenderedVariation> rendered =
-        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, settings, threads);
+        chop::renderVariations(plans, result.run.pool, sources, envelopePoints, settings, threads, progress);
     const std::string selectedName = fileName(request.selectedPath);
     result.loops.reserve(rendered.size());
     for (std::size_t i = 0; i < rendered.size(); ++i) {

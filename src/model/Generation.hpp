@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chop/ChopModel.hpp"
+#include "chop/RunProgress.hpp"
 #include "chop/VariationPlan.hpp"
 #include "model/GeneratedLoop.hpp"
 #include "model/RunSettings.hpp"
@@ -64,12 +65,14 @@ struct GenerationResult {
 /// output would not fit in the memory available. Throws AppError or the
 /// reader's file errors; any failure abandons the whole run, and when
 /// reading, matching or slicing one source failed, its path is written to
-/// `failedSource` (if given) before the throw. Reads only its arguments:
-/// safe on a worker thread.
+/// `failedSource` (if given) before the throw. With `progress`, counts the
+/// variations rendered there and throws chop::RunCancelled soon after it is
+/// cancelled, between sources, variations and stretch blocks. Reads only
+/// its arguments: safe on a worker thread.
 GenerationResult runGeneration(const RunSettings& settings, const std::function<std::int64_t()>& unixSeconds,
                                const std::function<playback::Uuid()>& randomUuid, unsigned threads = 0,
                                std::map<std::string, ReadSource> alreadyRead = {},
-                               std::string* failedSource = nullptr);
+                               std::string* failedSource = nullptr, chop::RunProgress* progress = nullptr);
 
 /// The status line of a finished run: "Generated 10 preview loop(s) from 1
 /// source file using Grid chop model.".

@@ -22,11 +22,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -112,7 +114,7 @@ ContentView::ContentView(model::Platform platform, AudioFileChooser chooseAudioF
          {Field::sourceDir, Field::outputDir, Field::wavFiles, Field::selectedFile, Field::settings, Field::mashupMode,
           Field::mashupSourcePaths, Field::masterVolume, Field::status, Field::isGenerating, Field::sourceWaveform,
           Field::generatedLoops, Field::playingTarget, Field::playbackProgress, Field::lastRun, Field::tempo,
-          Field::runHistory, Field::sourceFacts, Field::warning})
+          Field::runHistory, Field::sourceFacts, Field::warning, Field::generationProgress})
         redraw({field, {}, false});
     model_->readSourceFactsInBackground();
 }
@@ -281,7 +283,12 @@ QWidget* ContentView::buildGenerateRow() {
     row->addWidget(seedBlock);
     row->addStretch(1);
 
-    connect(generateButton_, &QPushButton::clicked, this, [this] { model_->generate(); });
+    connect(generateButton_, &QPushButton::clicked, this, [this] {
+        if (model_->isGenerating())
+            model_->cancelGeneration();
+        else
+            model_->generate();
+    });
     connect(backButton_, &QToolButton::clicked, this, [this] { model_->goBack(); });
     connect(forwardButton_, &QToolButton::clicked, this, [this] { model_->goForward(); });
     connect(slicesBox_, &QSpinBox::valueChanged, this,
@@ -466,6 +473,20 @@ QWidget* ContentView::buildPanels() {
         model_->setTempoOverride(*model_->selectedFile(),
                                  text.isEmpty() ? std::nullopt : std::optional(ok ? bpm : std::nan("")));
     });
+    // The meter, corrected like the tempo: after "estimate", item i holds
+    // i + 2 quarter notes a bar.
+    sourceMeterBox_ = new QComboBox(right);
+    sourceMeterBox_->setObjectName(QStringLiteral("sourceMeterBox"));
+    sourceMeterBox_->setFont(look::captionFont(font()));
+    sourceMeterBox_->addItems({QStringLiteral("Meter: estimate"), QStringLiteral("3/4"), QStringLiteral("4/4")});
+    sourceMeterBox_->setToolTip(QStringLiteral("Correct the loop's meter (6/8 counts as 3/4); estimate uses the "
+                                               "meter heard in the loop"));
+    captionRow->addWidget(sourceMeterBox_);
+    connect(sourceMeterBox_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (model_->selectedFile())
+            model_->setMeterOverride(*model_->selectedFile(),
+                                     index <= 0 ? std::nullopt : std::optional<std::int64_t>(index + 2));
+    });
     stack->addLayout(captionRow);
 
     auto* divider = new QFrame(right);
@@ -542,6 +563,16 @@ QWidget* ContentView::buildSelectionRow() {
     statusLine_ = statusLine(rowWidget);
     statusLine_->setObjectName(QStringLiteral("statusLine"));
     row->addWidget(statusLine_, 1);
+    // Shown only while a run goes, so the idle row is as it always was.
+    progressBar_ = new QProgressBar(rowWidget);
+    progressBar_->setObjectName(QStringLiteral("generationProgress"));
+    progressBar_->setTextVisible(false);
+    progressBar_->setFixedWidth(160);
+    progressBar_->hide();
+    row->addWidget(progressBar_);
+    progressPoll_ = new QTimer(this);
+    progressPoll_->setInterval(100);
+    connect(progressPoll_, &QTimer::timeout, this, [this] { model_->readGenerationProgress(); });
 
     connect(selectAllButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(true); });
     connect(selectNoneButton_, &QPushButton::clicked, this, [this] { model_->setAllSelected(false); });
@@ -633,6 +664,10 @@ void ContentView::buildCommands() {
 }
 
 void ContentView::stopPlaybackCommand() {
+    if (model_->isGenerating()) {
+        model_->cancelGeneration();
+        return;
+    }
     const std::optional<PlaybackTarget> playing = model_->playingTarget();
     if (!playing)
         return;
@@ -748,7 +783,14 @@ void ContentView::redraw(const model::AppModel::Change& change) {
     case Field::isGenerating:
         redrawGenerateButton();
         redrawHistory();
+        redrawPlayingTarget(); // Escape cancels a run, playing or not
+        if (m.isGenerating())
+            progressPoll_->start();
+        else
+            progressPoll_->stop();
+        progressBar_->setVisible(m.isGenerating());
         break;
+    case Field::generationProgress: redrawGenerationProgress(); break;
     case Field::sourceWaveform: sourceWaveform_->setWaveform(std::span<const double>(m.sourceWaveform())); break;
     case Field::sourceWavData: break;
     case Field::lastRun:
@@ -825,6 +867,10 @@ void ContentView::redrawSourceTempo() {
     if (!sourceTempoField_->hasFocus() || sourceTempoField_->text() != typed)
         sourceTempoField_->setText(typed);
     sourceTempoField_->setEnabled(m.selectedFile().has_value());
+    const auto meter = m.selectedFile() ? m.meterOverrides().find(*m.selectedFile()) : m.meterOverrides().end();
+    const QSignalBlocker blocker(sourceMeterBox_);
+    sourceMeterBox_->setCurrentIndex(meter == m.meterOverrides().end() ? 0 : static_cast<int>(meter->second) - 2);
+    sourceMeterBox_->setEnabled(m.selectedFile().has_value());
 }
 
 void ContentView::redrawPlayingTarget() {
@@ -837,7 +883,7 @@ void ContentView::redrawPlayingTarget() {
     setTextColor(sourceCaption_, sourcePlaying ? look::green() : look::secondary(palette()));
 
     loopList_->setPlayback(m.playingTarget(), m.playbackProgress());
-    commands_.stopPlayback->setEnabled(m.playingTarget().has_value());
+    commands_.stopPlayback->setEnabled(m.playingTarget().has_value() || m.isGenerating());
 }
 
 void ContentView::redrawPlaybackProgress() {
@@ -867,13 +913,15 @@ void ContentView::redrawGlitchRow() {
 
 void ContentView::redrawGenerateButton() {
     const bool busy = model_->isGenerating();
-    // A disabled button hands its focus to the next control, a spin box
-    // that the next key press would edit; the variations take it instead.
-    if (busy && QApplication::focusWidget() == generateButton_)
-        loopList_->setFocus(Qt::OtherFocusReason);
-    generateButton_->setText(busy ? QStringLiteral("Generating...") : QStringLiteral("Generate"));
-    generateButton_->setEnabled(!busy && model_->selectedFile().has_value());
-    commands_.generate->setEnabled(generateButton_->isEnabled());
+    generateButton_->setText(busy ? QStringLiteral("Cancel") : QStringLiteral("Generate"));
+    generateButton_->setEnabled(busy || model_->selectedFile().has_value());
+    commands_.generate->setEnabled(!busy && model_->selectedFile().has_value());
+}
+
+void ContentView::redrawGenerationProgress() {
+    const model::AppModel::GenerationProgress& progress = model_->generationProgress();
+    progressBar_->setRange(0, static_cast<int>(progress.total));
+    progressBar_->setValue(static_cast<int>(progress.done));
 }
 
 void ContentView::redrawLastRun() {

@@ -16,10 +16,12 @@ class QComboBox;
 class QFrame;
 class QLabel;
 class QLineEdit;
+class QProgressBar;
 class QPushButton;
 class QSlider;
 class QSpinBox;
 class QSplitter;
+class QTimer;
 class QToolButton;
 class QVBoxLayout;
 
@@ -56,11 +58,11 @@ public:
     /// They are actions of this view too, so the shortcuts work wherever the
     /// view is shown, menus or not; each is enabled only when it can act.
     struct Commands {
-        QAction* generate = nullptr;       ///< Ctrl+Return
+        QAction* generate = nullptr;       ///< Ctrl+Return; while a run goes, the Generate button cancels it
         QAction* exportSelected = nullptr; ///< Ctrl+E
         QAction* back = nullptr;           ///< Ctrl+Z: the run before
         QAction* forward = nullptr;        ///< Ctrl+Shift+Z: the run after
-        QAction* stopPlayback = nullptr;   ///< Escape
+        QAction* stopPlayback = nullptr;   ///< Escape; while a run goes, cancels it first
     };
     const Commands& commands() const { return commands_; }
 
@@ -113,6 +115,7 @@ private:
     void redrawPlaybackProgress();
     void redrawGlitchRow();
     void redrawGenerateButton();
+    void redrawGenerationProgress();
     void redrawSelectionButtons();
     void redrawLastRun();
     void redrawHistory();
@@ -154,6 +157,7 @@ private:
     QLabel* sourceCaption_ = nullptr;
     QLabel* sourceTempo_ = nullptr;
     QLineEdit* sourceTempoField_ = nullptr;
+    QComboBox* sourceMeterBox_ = nullptr;
     VariationListPanel* loopList_ = nullptr;
     QPushButton* selectAllButton_ = nullptr;
     QPushButton* selectNoneButton_ = nullptr;
@@ -169,6 +173,10 @@ private:
     QCheckBox* matchTempoBox_ = nullptr;
     QLabel* formatMismatchLabel_ = nullptr;
     QLabel* statusLine_ = nullptr;
+    QProgressBar* progressBar_ = nullptr;
+    // Reads the run's progress from the model a few times a second while
+    // a run goes.
+    QTimer* progressPoll_ = nullptr;
     QFrame* messageBar_ = nullptr;
     QLabel* warningLabel_ = nullptr;
     QLineEdit* outputField_ = nullptr;

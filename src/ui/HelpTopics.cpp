@@ -244,6 +244,8 @@ HelpPage optionsHistoryShortcutsPage() {
     section("Keyboard Shortcuts",
             {"Space: play or stop the source waveform, or the variation, that has the keyboard focus.",
              "Escape: Stop Playback (Playback menu). In the help window, Escape or Ctrl+W closes it.",
+             "While a run goes, Generate reads Cancel and a bar beside the status line counts the variations "
+             "done; Cancel, Escape or closing the window stops the run and keeps the variations you had.",
              "Up and Down: the source above or below in the list, or the variation above or below. Home and End: "
              "the first or the last; Page Up and Page Down: a page of rows up or down. A letter: the first source "
              "whose name begins with it.",

@@ -117,6 +117,9 @@ void MainWindow::placeOnScreen() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    // A run nobody will see: it stops at its next check, so quitting does
+    // not wait for it.
+    content_->model().cancelGeneration();
     settings_.setString(geometryKey, geometryText(normalGeometry()));
     settings_.setString(sourceListWidthKey, std::to_string(content_->sourceListWidth()));
     QMainWindow::closeEvent(event);

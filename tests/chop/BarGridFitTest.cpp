@@ -27,7 +27,7 @@ float loudestOfFrame(const WavData& format, const Bytes& pcm, FrameCount frame) 
 
 // Every model's variations, trimmed or stretched, come out exactly as long as
 // the loop they were cut from, in every layout; the same run on one thread
-// and on two gives the same bytes.
+// and on two, the second watched for progress, gives the same bytes.
 TEST(BarGridFit, EveryModelLandsOnTheReferenceLengthOnAnyThreadCount) {
     for (const char* name : {"amen_s16.wav", "amen_u8.wav", "amen_s24.wav", "amen_f32.wav"}) {
         const std::vector<WavData> sources{audio::loadWav(audio::test::testLoopPath(name))};
@@ -43,7 +43,9 @@ TEST(BarGridFit, EveryModelLandsOnTheReferenceLengthOnAnyThreadCount) {
                 const PlanSettings settings{16, model, 2, 0.9, 0, fit};
                 const RunPlan plan = planRun(sources, settings, rng);
                 const auto one = renderVariations(plan.variations, plan.pool, sources, 10, settings, 1);
-                const auto two = renderVariations(plan.variations, plan.pool, sources, 10, settings, 2);
+                RunProgress progress;
+                const auto two = renderVariations(plan.variations, plan.pool, sources, 10, settings, 2, &progress);
+                EXPECT_EQ(progress.variationsDone, 2);
                 for (std::size_t v = 0; v < one.size(); ++v) {
                     EXPECT_EQ(audio::frameCount(one[v].pcm.size(), format.blockAlign), reference);
                     EXPECT_EQ(one[v].pcm.size() % format.blockAlign, 0u);
@@ -52,6 +54,21 @@ TEST(BarGridFit, EveryModelLandsOnTheReferenceLengthOnAnyThreadCount) {
             }
         }
     }
+}
+
+// A cancelled run stops at its first check, in the render and in a stretch
+// alike, with nothing counted.
+TEST(BarGridFit, ACancelledRunStopsAtItsFirstCheck) {
+    const std::vector<WavData> sources{audio::loadWav(audio::test::testLoopPath("amen_s16.wav"))};
+    const FrameCount frames = audio::frameCount(sources[0].pcmData.size(), sources[0].blockAlign);
+    SeededGenerator rng(5);
+    const PlanSettings settings{16, ChopModel::dice, 4, 0.55, 0, FitMode::stretch};
+    const RunPlan plan = planRun(sources, settings, rng);
+    RunProgress progress;
+    progress.cancelled = true;
+    EXPECT_THROW(renderVariations(plan.variations, plan.pool, sources, 10, settings, 2, &progress), RunCancelled);
+    EXPECT_THROW(stretchToFrames(sources[0], sources[0].pcmData, frames * 2, &progress), RunCancelled);
+    EXPECT_EQ(progress.variationsDone, 0);
 }
 
 // A trimmed loop ends at silence whether it was cut or padded, and padding

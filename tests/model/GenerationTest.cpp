@@ -8,7 +8,9 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <cmath>
+#include <thread>
 #include <utility>
 
 namespace marquetry::model::test {
@@ -277,6 +279,73 @@ TEST_F(AppModelGeneration, MatchedTempoStretchesTheOtherLoopsToTheReferenceTempo
     generate();
     EXPECT_EQ(m.status(), "Error: Cannot match the tempo of 3.wav: its tempo cannot be told. Type its tempo beside "
                           "the waveform, or turn off Match tempo.");
+}
+
+} // namespace
+} // namespace marquetry::model::test
+
+namespace marquetry::model::test {
+namespace {
+
+// The window reads the progress while the worker renders; the hand-back
+// still publishes the run as before.
+TEST_F(AppModelGeneration, ProgressIsReadUpToTheTotalBeforeTheHandBack) {
+    addLoop("a.wav");
+    AppModel& m = start();
+    m.generate();
+    EXPECT_EQ(m.generationProgress(), (AppModel::GenerationProgress{0, 10}));
+    m.readGenerationProgress();
+    EXPECT_EQ(m.status(), "Generating previews...") << "nothing rendered yet";
+    tasks.runBackground();
+    changes.clear();
+    m.readGenerationProgress();
+    EXPECT_THAT(changes, ElementsAre(Field::generationProgress, Field::status));
+    EXPECT_EQ(m.generationProgress(), (AppModel::GenerationProgress{10, 10}));
+    EXPECT_EQ(m.status(), "Generating 10 of 10...");
+    tasks.runMain();
+    EXPECT_EQ(m.status(), "Generated 10 preview loop(s) from 1 source file using Grid chop model.");
+}
+
+// A long run on its own thread, cancelled once it has rendered something:
+// the model is idle at once with what it showed before, the worker stops
+// soon after and hands back nothing. The bound only guards against a hang;
+// the whole run takes minutes.
+TEST_F(AppModelGeneration, ACancelledRunStopsSoonAndPublishesNothing) {
+    const std::string loop = addLoop("a.wav", "amen_10s_s16.wav");
+    AppModel& m = start();
+    m.changeSettings([](model::RunSettings& s) { s.plan.variationCount = 2; });
+    generate();
+    const std::vector<GeneratedLoop> before = m.generatedLoops();
+    const std::optional<RunRecord> lastRun = m.lastRun();
+    ASSERT_EQ(before.size(), 2u);
+
+    m.changeSettings([](model::RunSettings& s) {
+        s.plan.variationCount = 100;
+        s.plan.chopModel = chop::ChopModel::dice;
+        s.plan.fit = chop::FitMode::stretch;
+    });
+    m.generate();
+    ASSERT_EQ(tasks.background.size(), 1u);
+    std::thread worker(std::move(tasks.background.front()));
+    tasks.background.clear();
+    for (int i = 0; i < 6000 && m.generationProgress().done == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        m.readGenerationProgress();
+    }
+    EXPECT_GT(m.generationProgress().done, 0);
+    EXPECT_EQ(m.status(), "Generating " + std::to_string(m.generationProgress().done) + " of 100...");
+
+    m.cancelGeneration();
+    const auto cancelled = std::chrono::steady_clock::now();
+    EXPECT_FALSE(m.isGenerating());
+    EXPECT_EQ(m.status(), "Generation cancelled.");
+    worker.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - cancelled, std::chrono::seconds(2));
+    EXPECT_TRUE(tasks.main.empty());
+    EXPECT_EQ(std::tuple(m.generatedLoops(), m.lastRun(), m.runHistory().size()),
+              std::tuple(before, lastRun, std::size_t{1}));
+    m.cancelGeneration();
+    EXPECT_EQ(m.status(), "Generation cancelled.") << "nothing to cancel";
 }
 
 } // namespace

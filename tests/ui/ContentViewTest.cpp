@@ -17,6 +17,7 @@
 #include <QLayout>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSlider>
@@ -182,11 +183,19 @@ private slots:
 
         find<QSpinBox>("variationsBox")->setValue(4);
         click(generate);
-        QCOMPARE(generate->text(), QStringLiteral("Generating..."));
-        QVERIFY(m.isGenerating() && !generate->isEnabled());
+        QCOMPARE(generate->text(), QStringLiteral("Cancel"));
+        auto* bar = find<QProgressBar>("generationProgress");
+        QVERIFY(m.isGenerating() && generate->isEnabled() && bar->isVisible());
+        QCOMPARE(std::pair(bar->value(), bar->maximum()), std::pair(0, 4));
+        // The workers have finished, but only the hand-back publishes: until
+        // it runs, the window reads the progress on its own.
+        while (platform_->tasks.runBackground()) {
+        }
+        QTRY_COMPARE(find<QLabel>("statusLine")->text(), QStringLiteral("Generating 4 of 4..."));
+        QCOMPARE(bar->value(), 4);
         platform_->tasks.drain();
         QCOMPARE(generate->text(), QStringLiteral("Generate"));
-        QVERIFY(generate->isEnabled());
+        QVERIFY(generate->isEnabled() && bar->isHidden());
 
         const QList<GeneratedLoopRow*> rows = loopRows();
         const auto ticked = [&rows] {
@@ -366,6 +375,23 @@ private slots:
         QCOMPARE(rowTempo(0), corrected);
         field->clear();
         QTest::keyClick(field, Qt::Key_Return);
+        QCOMPARE(rowTempo(0), amen);
+
+        // The meter is corrected beside it, and the run starting now takes it.
+        auto* meter = find<QComboBox>("sourceMeterBox");
+        meter->setCurrentIndex(meter->findText(QStringLiteral("3/4")));
+        const QString inThree = QString::fromUtf8("136.9 BPM \u00b7 3/4 \u00b7 1.33333 bars");
+        QCOMPARE(find<QLabel>("sourceTempo")->text(), inThree);
+        QCOMPARE(rowTempo(0), inThree);
+        QCOMPARE(m.tempoFor(*m.selectedFile())->beatsPerBar, 3);
+        click(find("generateButton"));
+        platform_->tasks.drain();
+        QCOMPARE(m.lastRun()->settings.meterOverrides.at(*m.selectedFile()), 3);
+        clickSource("b.wav");
+        QCOMPARE(meter->currentText(), QStringLiteral("Meter: estimate"));
+        clickSource("a.wav");
+        QCOMPARE(meter->currentText(), QStringLiteral("3/4"));
+        meter->setCurrentIndex(0);
         QCOMPARE(rowTempo(0), amen);
     }
 

@@ -56,6 +56,26 @@ private slots:
         QVERIFY(platform_->settings.values.contains(ui::MainWindow::geometryKey));
     }
 
+    // Escape and quitting cancel a run; the variations on screen stay.
+    void escapeCancelsARunAndSoDoesQuitting() {
+        model::AppModel& m = start();
+        generate();
+        const std::vector<model::GeneratedLoop> before = m.generatedLoops();
+        key(Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(m.isGenerating() && window_->content().commands().stopPlayback->isEnabled());
+        key(Qt::Key_Escape);
+        QVERIFY(!m.isGenerating());
+        QCOMPARE(m.status(), "Generation cancelled.");
+        platform_->tasks.drain();
+        QVERIFY(m.generatedLoops() == before);
+        QCOMPARE(find<QPushButton>("generateButton")->text(), QStringLiteral("Generate"));
+
+        key(Qt::Key_Return, Qt::ControlModifier);
+        key(Qt::Key_Q, Qt::ControlModifier);
+        QVERIFY(!window_->isVisible() && !m.isGenerating());
+        QCOMPARE(m.status(), "Generation cancelled.");
+    }
+
     void arrowsLettersAndReturnMoveThroughSourcesAndVariations() {
         model::AppModel& m = start({"a.wav", "b.wav", "Cymbal.wav"});
         find("sourceList")->setFocus();

@@ -13,7 +13,9 @@
 #include <QDir>
 #include <QTextStream>
 
+#include <chrono>
 #include <functional>
+#include <thread>
 
 using namespace marquetry;
 
@@ -69,6 +71,37 @@ bool renderSmallWindow(const QDir& folder, const std::vector<std::string>& loops
     generate(window.content(), platform);
     QApplication::processEvents();
     return save(window, folder, "9-small-window-scrolls.png");
+}
+
+// A long run caught part way, over the variations of the run before: the
+// worker renders on a thread of its own until a good part is done, the
+// window reads its progress, and after the picture the run is cancelled.
+bool renderGenerating(const QDir& folder, const std::vector<std::string>& loops) {
+    ui::test::FakePlatform platform;
+    for (const std::string& loop : loops)
+        platform.addLoop(loop);
+    ui::ContentView view(platform.platform(), platform.audioFileChooser());
+    view.resize(1180, 860);
+    view.show();
+    model::AppModel& model = view.model();
+    generate(view, platform);
+    model.changeSettings([](model::RunSettings& s) {
+        s.plan.variationCount = 100;
+        s.plan.chopModel = chop::ChopModel::dice;
+        s.plan.fit = chop::FitMode::stretch;
+    });
+    model.generate();
+    std::thread worker(std::move(platform.tasks.background.back()));
+    platform.tasks.background.clear();
+    while (model.generationProgress().done < 37) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        model.readGenerationProgress();
+    }
+    QApplication::processEvents();
+    const bool ok = save(view, folder, "3-generating.png");
+    model.cancelGeneration();
+    worker.join();
+    return ok;
 }
 
 bool render(const Shot& shot, const QDir& folder) {
@@ -179,5 +212,6 @@ int main(int argc, char** argv) {
         ok = render(shot, folder) && ok;
     ok = renderHelp(folder) && ok;
     ok = renderSmallWindow(folder, loops) && ok;
+    ok = renderGenerating(folder, loops) && ok;
     return ok ? 0 : 1;
 }
