@@ -341,17 +341,6 @@ std::string writeUnderFreeName(const std::string& folder, const std::string& nam
     return writeUnderFreeName(folder, stem, extension, bytes);
 }
 
-std::string freeNumberFor(const std::string& folder, const std::vector<std::string>& names) {
-    for (std::uint64_t n = 1;; ++n) {
-        const bool free = std::none_of(names.begin(), names.end(), [&](const std::string& name) {
-            const auto [stem, extension] = stemAndExtension(name);
-            return nameTaken(pathText(pathFromText(folder) / pathFromText(numberedName(stem, extension, n))));
-        });
-        if (free)
-            return numberedName("", "", n);
-    }
-}
-
 namespace {
 
 // Each regular file of `folder` (not following links) with how long it has

@@ -68,13 +68,6 @@ std::string writeUnderFreeName(const std::string& folder, const std::string& nam
 /// then the name with "-2", "-3", ... before its extension.
 std::string numberedName(const std::string& name, std::uint64_t n);
 
-/// The number Keep both gives a group of files that belong together, such
-/// as a slice kit whose instrument names its slices: "" when none of
-/// `names` exists in `folder`, otherwise the first "-2", "-3", ... that,
-/// put before each name's extension, names nothing there. Throws
-/// std::system_error when the folder cannot be looked at.
-std::string freeNumberFor(const std::string& folder, const std::vector<std::string>& names);
-
 /// The first half of a write that is published later, with others: writes
 /// `bytes` to a new hidden temporary in the folder of `path`, flushed to
 /// disk, and returns the temporary's path. Throws std::system_error naming
@@ -100,10 +93,6 @@ std::optional<std::string> linkTemporaryTo(const std::string& path);
 /// Whether `a` and `b` name one existing file (the same device and inode),
 /// through links and different spellings alike.
 bool sameFile(const std::string& a, const std::string& b);
-
-/// The names `name` takes under Keep both: the name itself for 1, then
-/// NAME-2.EXT, NAME-3.EXT, ... (the extension from the last dot).
-std::string numberedName(const std::string& name, std::uint64_t n);
 
 /// Removes the files in `folder` that have not changed for `age`; anything
 /// else, and a folder that cannot be listed, is left alone.
